@@ -1,0 +1,35 @@
+# Shared by scripts/run and scripts/test: installs what the build needs and builds one tree.
+set -euo pipefail
+
+TIDEWICK_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+TIDEWICK_PACKAGES=(cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools libgl-dev
+    libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev libminiupnpc-dev
+    famfamfam-flag-png tango-icon-theme)
+
+tidewick_install_packages() {
+    local missing=()
+    for pkg in "${TIDEWICK_PACKAGES[@]}"; do
+        if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
+            missing+=("$pkg")
+        fi
+    done
+    if [ ${#missing[@]} -gt 0 ]; then
+        echo "Installing: ${missing[*]}"
+        local sudo=""
+        [ "$(id -u)" -eq 0 ] || sudo="sudo"
+        $sudo apt-get update -qq
+        DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
+    fi
+}
+
+# tidewick_build DIR BUILD_TYPE [cmake options...]
+tidewick_build() {
+    local dir=$1 type=$2
+    shift 2
+    local gen=()
+    command -v ninja >/dev/null 2>&1 && gen=(-G Ninja)
+    if [ ! -f "$dir/CMakeCache.txt" ]; then
+        cmake -S "$TIDEWICK_ROOT" -B "$dir" "${gen[@]}" -DCMAKE_BUILD_TYPE="$type" "$@"
+    fi
+    cmake --build "$dir" --parallel "$(nproc)"
+}

@@ -1,0 +1,7 @@
+#pragma once
+
+enum OneOrMany
+{
+    One = 0,
+    Many = 1
+};

@@ -1,0 +1,114 @@
+#include "store/Type.h"
+
+#include "store/Data.h"
+#include "store/Item.h"
+#include "store/ItemPtr.h"
+#include "store/Require.h"
+
+Type::Type(Data* ip_data, std::string i_name, bool i_isRoot, bool i_isNull, bool i_autoCreate)
+    : mp_data(ip_data), m_name(std::move(i_name)), m_isRoot(i_isRoot), m_isNull(i_isNull),
+      m_autoCreate(i_autoCreate)
+{
+}
+
+void Type::RelateToType(Type* ip_other, OneOrMany i_typeFrom, OneOrMany i_typeTo, bool i_owning)
+{
+    TW_REQUIRE(!IsRelated(ip_other) && !ip_other->IsRelated(this), "RelateToType: pair already related",
+               (m_name + " / " + ip_other->m_name).c_str());
+    m_relations[ip_other] = RelationInfo{i_typeFrom, i_typeTo, i_owning, false};
+    // A type related to itself keeps the owning side's view.
+    if (ip_other != this)
+        ip_other->m_relations[this] = RelationInfo{i_typeTo, i_typeFrom, false, i_owning};
+}
+
+RelationInfo const& Type::GetRelation(Type* ip_other) const
+{
+    auto l_it = m_relations.find(ip_other);
+    TW_REQUIRE(l_it != m_relations.end(), "GetRelation: types are not related",
+               (m_name + " / " + ip_other->m_name).c_str());
+    return l_it->second;
+}
+
+Item* Type::CreateItem(std::string i_value)
+{
+    Item* lp_item = new Item(this, std::move(i_value));
+    if (m_isNull)
+        m_nullItems.insert(lp_item);
+    else
+        m_valueItems.emplace(lp_item->m_value, lp_item);
+    Item* lp_arg = lp_item;
+    m_itemAddedEvent.Notify(lp_arg);
+    mp_data->m_itemAddedEvent.Notify(lp_arg);
+    return lp_item;
+}
+
+void Type::Forget(Item* ip_item)
+{
+    if (m_isNull)
+        m_nullItems.erase(ip_item);
+    else
+        m_valueItems.erase(ip_item->m_value);
+}
+
+Item* Type::NewItem(Value const& i_value)
+{
+    TW_REQUIRE(!m_isNull, "NewItem(Value) on a null type", m_name.c_str());
+    auto l_it = m_valueItems.find(i_value.Str());
+    if (l_it != m_valueItems.end())
+        return l_it->second;
+    return CreateItem(i_value.Str());
+}
+
+Item* Type::NewItem()
+{
+    TW_REQUIRE(m_isNull, "NewItem() on a type with values", m_name.c_str());
+    return CreateItem(std::string());
+}
+
+Item* Type::GetGlobalNullItem()
+{
+    TW_REQUIRE(m_isNull, "GetGlobalNullItem on a type with values", m_name.c_str());
+    if (!m_nullItems.empty())
+        return *m_nullItems.begin();
+    return NewItem();
+}
+
+Item* Type::GetItem(Value const& i_value)
+{
+    TW_REQUIRE(!m_isNull, "GetItem(Value) on a null type", m_name.c_str());
+    auto l_it = m_valueItems.find(i_value.Str());
+    if (l_it != m_valueItems.end())
+        return l_it->second;
+    return m_autoCreate ? CreateItem(i_value.Str()) : nullptr;
+}
+
+ItemPtr Type::operator[](Value const& i_value)
+{
+    return GetItem(i_value);
+}
+
+ItemPtr Type::HasItem(Value const& i_value) const
+{
+    TW_REQUIRE(!m_isNull, "HasItem(Value) on a null type", m_name.c_str());
+    auto l_it = m_valueItems.find(i_value.Str());
+    return l_it != m_valueItems.end() ? l_it->second : nullptr;
+}
+
+ItemSet Type::GetItems() const
+{
+    ItemSet l_items;
+    GetItems(l_items);
+    return l_items;
+}
+
+void Type::GetItems(ItemSet& o_items) const
+{
+    if (m_isNull)
+    {
+        o_items = m_nullItems;
+        return;
+    }
+    o_items.clear();
+    for (auto const& l_entry : m_valueItems)
+        o_items.insert(l_entry.second);
+}

@@ -1,0 +1,147 @@
+#include "ClientConnection.h"
+
+#include "ServerLog.h"
+#include "WireReader.h"
+
+#include <QHostAddress>
+#include <QTcpSocket>
+#include <QtEndian>
+
+namespace
+{
+// Bounds what Qt itself buffers from the socket; the rest waits in the kernel.
+constexpr qint64 c_socketReadBuffer = 256 * 1024;
+}
+
+ClientConnection::ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler,
+    QObject* ip_parent)
+    : QObject(ip_parent)
+    , mp_socket(ip_socket)
+    , m_handler(std::move(i_handler))
+{
+    mp_socket->setParent(this);
+    mp_socket->setReadBufferSize(c_socketReadBuffer);
+    connect(mp_socket, &QTcpSocket::readyRead, this, &ClientConnection::OnReadyRead);
+    connect(mp_socket, &QTcpSocket::disconnected, this, &ClientConnection::OnDisconnected);
+    connect(mp_socket, &QTcpSocket::errorOccurred, this, &ClientConnection::OnDisconnected);
+    m_loginTimer.setSingleShot(true);
+    connect(&m_loginTimer, &QTimer::timeout, this, &ClientConnection::OnLoginTimeout);
+    m_loginTimer.start(c_loginTimeoutMs);
+}
+
+void ClientConnection::Send(QByteArray const& i_frame)
+{
+    if (m_closing)
+        return;
+    if (mp_socket->bytesToWrite() > c_maxPendingOutput)
+    {
+        Abort(QStringLiteral("client does not read what it is sent"));
+        return;
+    }
+    mp_socket->write(i_frame);
+}
+
+void ClientConnection::CloseAfterWrite()
+{
+    if (m_closing)
+        return;
+    m_closing = true;
+    mp_socket->disconnectFromHost();
+}
+
+void ClientConnection::Abort(QString const& i_reason)
+{
+    if (m_closing)
+        return;
+    m_closing = true;
+    ServerLog::Write(QStringLiteral("closing connection from %1: %2").arg(PeerText(), i_reason));
+    mp_socket->abort();
+    // abort() does not always report the close when the socket was already going down.
+    OnDisconnected();
+}
+
+QString ClientConnection::PeerText() const
+{
+    QHostAddress l_address = mp_socket->peerAddress();
+    bool l_isIPv4 = false;
+    quint32 l_ipv4 = l_address.toIPv4Address(&l_isIPv4);
+    return l_isIPv4 ? QHostAddress(l_ipv4).toString() : l_address.toString();
+}
+
+quint32 ClientConnection::PeerIPv4() const
+{
+    return mp_socket->peerAddress().toIPv4Address();
+}
+
+void ClientConnection::SetLoggedIn(QByteArray const& i_name, quint64 i_sequence)
+{
+    m_name = i_name;
+    m_sequence = i_sequence;
+    m_loginTimer.stop();
+}
+
+void ClientConnection::OnReadyRead()
+{
+    if (!ReadFrames() && !m_closing)
+        Abort(QStringLiteral("malformed frame"));
+}
+
+// Takes memory as the bytes come, never on the word of a length field.
+bool ClientConnection::ReadFrames()
+{
+    while (!m_closing)
+    {
+        if (!m_lengthKnown)
+        {
+            if (mp_socket->bytesAvailable() < 4)
+                return true;
+            char l_length[4];
+            if (mp_socket->read(l_length, 4) != 4)
+                return false;
+            m_frameLength = qFromLittleEndian<quint32>(l_length);
+            if (m_frameLength < 4 || m_frameLength > c_maxFrameLength)
+            {
+                Abort(QStringLiteral("frame length %1 out of bounds").arg(m_frameLength));
+                return true;
+            }
+            m_lengthKnown = true;
+            m_frame.clear();
+        }
+        qint64 l_wanted = qMin<qint64>(m_frameLength - m_frame.size(), mp_socket->bytesAvailable());
+        if (l_wanted <= 0)
+            return true;
+        QByteArray l_part = mp_socket->read(l_wanted);
+        if (l_part.isEmpty())
+            return true;
+        m_frame.append(l_part);
+        if (m_frame.size() < static_cast<qsizetype>(m_frameLength))
+            continue;
+
+        m_lengthKnown = false;
+        WireReader l_reader(m_frame);
+        quint32 l_code = l_reader.U32();
+        if (!m_handler(*this, l_code, l_reader))
+        {
+            if (!m_closing)
+                Abort(QStringLiteral("malformed message %1").arg(l_code));
+            return true;
+        }
+    }
+    return true;
+}
+
+void ClientConnection::OnDisconnected()
+{
+    m_closing = true;
+    if (m_closedSignalled)
+        return;
+    m_closedSignalled = true;
+    m_loginTimer.stop();
+    emit Closed(this);
+}
+
+void ClientConnection::OnLoginTimeout()
+{
+    if (!IsLoggedIn())
+        Abort(QStringLiteral("no login"));
+}

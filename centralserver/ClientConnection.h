@@ -1,0 +1,94 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QSet>
+#include <QTimer>
+
+#include <functional>
+
+class QTcpSocket;
+class WireReader;
+
+// One client's TCP connection: its frame reader and what the server knows of its session.
+class ClientConnection : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Frames above this close the connection; no message of the network comes near it.
+    static constexpr quint32 c_maxFrameLength = 1024 * 1024;
+    // A client that leaves this much unread behind is too slow to keep.
+    static constexpr qint64 c_maxPendingOutput = 16 * 1024 * 1024;
+    static constexpr int c_loginTimeoutMs = 60 * 1000;
+
+    // The tree state a client reports about itself.
+    struct TreeState
+    {
+        // Until the client has said whether it has a parent, it is neither offered as a
+        // parent nor offered parents.
+        bool m_parentReported = false;
+        bool m_hasParent = false;
+        bool m_canParent = false;
+        bool m_hasChildren = false;
+        qint32 m_level = -1;
+        QByteArray m_groupLeader;
+    };
+
+    // Handles one complete frame; false means it was malformed and closes the connection.
+    using FrameHandler = std::function<bool(ClientConnection&, quint32 i_code, WireReader&)>;
+
+    ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler, QObject* ip_parent);
+
+    void Send(QByteArray const& i_frame);
+    // Sends what is queued, then closes.
+    void CloseAfterWrite();
+    // Closes at once, dropping what is queued.
+    void Abort(QString const& i_reason);
+    bool IsClosing() const { return m_closing; }
+
+    QString PeerText() const;
+    quint32 PeerIPv4() const;
+
+    bool IsLoggedIn() const { return !m_name.isEmpty(); }
+    QByteArray const& Name() const { return m_name; }
+    void SetLoggedIn(QByteArray const& i_name, quint64 i_sequence);
+    // Rises with every login, so it orders the sessions by age.
+    quint64 Sequence() const { return m_sequence; }
+    void SetLoggedOut() { m_name.clear(); }
+
+    quint32 ListenPort() const { return m_listenPort; }
+    void SetListenPort(quint32 i_port) { m_listenPort = i_port; }
+
+    QSet<QByteArray>& Tracked() { return m_tracked; }
+    TreeState& Tree() { return m_tree; }
+    TreeState const& Tree() const { return m_tree; }
+
+signals:
+    // The socket is gone; the receiver cleans up and deletes the object later.
+    void Closed(ClientConnection* ip_connection);
+
+private slots:
+    void OnReadyRead();
+    void OnDisconnected();
+    void OnLoginTimeout();
+
+private:
+    bool ReadFrames();
+
+    QTcpSocket* mp_socket;
+    FrameHandler m_handler;
+    QTimer m_loginTimer;
+    bool m_closing = false;
+    bool m_closedSignalled = false;
+
+    bool m_lengthKnown = false;
+    quint32 m_frameLength = 0;
+    QByteArray m_frame;
+
+    QByteArray m_name;
+    quint64 m_sequence = 0;
+    quint32 m_listenPort = 0;
+    QSet<QByteArray> m_tracked;
+    TreeState m_tree;
+};

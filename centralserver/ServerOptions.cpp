@@ -1,0 +1,130 @@
+#include "ServerOptions.h"
+
+#include <QCommandLineParser>
+
+namespace
+{
+bool ParseNumber(QString const& i_text, quint32 i_max, quint32& o_value)
+{
+    bool l_ok = false;
+    uint l_value = i_text.toUInt(&l_ok);
+    if (!l_ok || l_value > i_max)
+        return false;
+    o_value = l_value;
+    return true;
+}
+
+// "ROOM=NAME", split at the last '=' so that a room name may hold one.
+bool SplitRoomAndName(QString const& i_text, QByteArray& o_room, QByteArray& o_name)
+{
+    qsizetype l_at = i_text.lastIndexOf(QLatin1Char('='));
+    if (l_at <= 0 || l_at == i_text.size() - 1)
+        return false;
+    o_room = i_text.left(l_at).toUtf8();
+    o_name = i_text.mid(l_at + 1).toUtf8();
+    return true;
+}
+}
+
+bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
+{
+    QCommandLineParser l_parser;
+    l_parser.setApplicationDescription(
+        QStringLiteral("Central server for a local or private Tidewick network."));
+    l_parser.addHelpOption();
+    l_parser.addVersionOption();
+    QCommandLineOption l_port(QStringLiteral("port"),
+        QStringLiteral("TCP port to listen on, 0 for any free port (default 2242)."),
+        QStringLiteral("N"));
+    QCommandLineOption l_listen(QStringLiteral("listen"),
+        QStringLiteral("Address to listen on (default 0.0.0.0, every interface)."),
+        QStringLiteral("ADDRESS"));
+    QCommandLineOption l_accounts(QStringLiteral("accounts"),
+        QStringLiteral("File that keeps the accounts across restarts."), QStringLiteral("FILE"));
+    QCommandLineOption l_wishList(QStringLiteral("wishlist-period"),
+        QStringLiteral("Seconds between wish list searches told to clients (default 720)."),
+        QStringLiteral("SECONDS"));
+    QCommandLineOption l_privileged(QStringLiteral("privileged"),
+        QStringLiteral("A privileged user; may be repeated."), QStringLiteral("NAME"));
+    QCommandLineOption l_minSpeed(QStringLiteral("parent-min-speed"),
+        QStringLiteral("Upload speed in KiB/s a client needs to take children (default 1)."),
+        QStringLiteral("N"));
+    QCommandLineOption l_ratio(QStringLiteral("parent-speed-ratio"),
+        QStringLiteral("Upload speed per child a parent needs, in tenths of KiB/s (default 50)."),
+        QStringLiteral("N"));
+    QCommandLineOption l_owner(QStringLiteral("room-owner"),
+        QStringLiteral("Owner of a room; may be repeated."), QStringLiteral("ROOM=NAME"));
+    QCommandLineOption l_operator(QStringLiteral("room-operator"),
+        QStringLiteral("Operator of a room; may be repeated."), QStringLiteral("ROOM=NAME"));
+    l_parser.addOptions({l_port, l_listen, l_accounts, l_wishList, l_privileged, l_minSpeed,
+        l_ratio, l_owner, l_operator});
+    l_parser.process(i_arguments);
+
+    if (!l_parser.positionalArguments().isEmpty())
+    {
+        o_error = QStringLiteral("unexpected argument: ") + l_parser.positionalArguments().first();
+        return false;
+    }
+    quint32 l_number = 0;
+    if (l_parser.isSet(l_port))
+    {
+        if (!ParseNumber(l_parser.value(l_port), 65535, l_number))
+        {
+            o_error = QStringLiteral("--port wants a number from 0 to 65535");
+            return false;
+        }
+        m_port = static_cast<quint16>(l_number);
+    }
+    if (l_parser.isSet(l_listen) && !m_listenAddress.setAddress(l_parser.value(l_listen)))
+    {
+        o_error = QStringLiteral("--listen wants an IP address");
+        return false;
+    }
+    m_accountsFile = l_parser.value(l_accounts);
+    if (l_parser.isSet(l_wishList)
+        && (!ParseNumber(l_parser.value(l_wishList), 0xffffffffu, m_wishListPeriod)
+            || m_wishListPeriod == 0))
+    {
+        o_error = QStringLiteral("--wishlist-period wants a number of seconds above 0");
+        return false;
+    }
+    if (l_parser.isSet(l_minSpeed)
+        && !ParseNumber(l_parser.value(l_minSpeed), 0x1fffff, m_parentMinSpeed))
+    {
+        o_error = QStringLiteral("--parent-min-speed wants a number");
+        return false;
+    }
+    if (l_parser.isSet(l_ratio)
+        && (!ParseNumber(l_parser.value(l_ratio), 0x7fffffff, m_parentSpeedRatio)
+            || m_parentSpeedRatio == 0))
+    {
+        o_error = QStringLiteral("--parent-speed-ratio wants a number above 0");
+        return false;
+    }
+    for (QString const& l_name : l_parser.values(l_privileged))
+    {
+        if (!l_name.isEmpty())
+            m_privileged.insert(l_name.toUtf8());
+    }
+    QByteArray l_room;
+    QByteArray l_name;
+    for (QString const& l_value : l_parser.values(l_owner))
+    {
+        if (!SplitRoomAndName(l_value, l_room, l_name))
+        {
+            o_error = QStringLiteral("--room-owner wants ROOM=NAME");
+            return false;
+        }
+        m_roomOwners.insert(l_room, l_name);
+    }
+    for (QString const& l_value : l_parser.values(l_operator))
+    {
+        if (!SplitRoomAndName(l_value, l_room, l_name))
+        {
+            o_error = QStringLiteral("--room-operator wants ROOM=NAME");
+            return false;
+        }
+        m_roomOperators[l_room].insert(l_name);
+    }
+    return true;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QMap>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+// Everything the command line can set, with the defaults of a plain start.
+class ServerOptions
+{
+public:
+    QHostAddress m_listenAddress = QHostAddress(QHostAddress::AnyIPv4);
+    quint16 m_port = 2242;
+    QString m_accountsFile;
+    quint32 m_wishListPeriod = 720;
+    QSet<QByteArray> m_privileged;
+    // Parent rules handed to every client: minimum upload speed in KiB/s, and the
+    // speed per child connection.
+    quint32 m_parentMinSpeed = 1;
+    quint32 m_parentSpeedRatio = 50;
+    QMap<QByteArray, QByteArray> m_roomOwners;
+    QMap<QByteArray, QSet<QByteArray>> m_roomOperators;
+
+    // False with a message for the user when the arguments are not usable; "--help" and
+    // "--version" print and exit through the parser.
+    bool Parse(QStringList const& i_arguments, QString& o_error);
+};

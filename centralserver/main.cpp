@@ -1,0 +1,42 @@
+#include "CentralServer.h"
+#include "ServerLog.h"
+#include "ServerOptions.h"
+#include "TerminationWatcher.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+int main(int argc, char** argv)
+{
+    QCoreApplication l_app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("tidewick-central"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));
+
+    ServerOptions l_options;
+    QString l_error;
+    if (!l_options.Parse(QCoreApplication::arguments(), l_error))
+    {
+        std::fprintf(stderr, "tidewick-central: %s\n", qPrintable(l_error));
+        return 2;
+    }
+    TerminationWatcher l_watcher;
+    if (!l_watcher.Install(l_error))
+    {
+        std::fprintf(stderr, "tidewick-central: %s\n", qPrintable(l_error));
+        return 1;
+    }
+    QObject::connect(&l_watcher, &TerminationWatcher::TerminationRequested, &l_app,
+        [](int i_signal) {
+            ServerLog::Write(QStringLiteral("stopping on signal %1").arg(i_signal));
+            QCoreApplication::quit();
+        });
+
+    CentralServer l_server(l_options);
+    if (!l_server.Start(l_error))
+    {
+        std::fprintf(stderr, "tidewick-central: %s\n", qPrintable(l_error));
+        return 1;
+    }
+    return QCoreApplication::exec();
+}

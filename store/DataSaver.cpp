@@ -1,0 +1,468 @@
+#include "store/DataSaver.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include <QStringList>
+
+#include "store/Data.h"
+#include "store/DataLoadedEventHandler.h"
+#include "store/Log.h"
+
+DataSaver* dataSaver = nullptr;
+
+namespace
+{
+QString const s_area = QStringLiteral("Data File");
+
+void AppendInt(std::string& io_bytes, std::int32_t i_value)
+{
+    auto const l_bits = static_cast<std::uint32_t>(i_value);
+    char const l_little[4] = {static_cast<char>(l_bits & 0xff), static_cast<char>((l_bits >> 8) & 0xff),
+                              static_cast<char>((l_bits >> 16) & 0xff), static_cast<char>(l_bits >> 24)};
+    io_bytes.append(l_little, 4);
+}
+
+void PatchInt(std::string& io_bytes, std::size_t i_at, std::int32_t i_value)
+{
+    std::string l_little;
+    AppendInt(l_little, i_value);
+    io_bytes.replace(i_at, 4, l_little);
+}
+
+// The readers below take nothing off the front of the bytes when they fail, so that the
+// position at a failure is where the damage begins.
+bool ReadInt(std::string_view& io_bytes, std::int32_t& o_value)
+{
+    if (io_bytes.size() < 4)
+        return false;
+    auto const* lp_bytes = reinterpret_cast<unsigned char const*>(io_bytes.data());
+    o_value = static_cast<std::int32_t>(std::uint32_t(lp_bytes[0]) | std::uint32_t(lp_bytes[1]) << 8 |
+                                        std::uint32_t(lp_bytes[2]) << 16 | std::uint32_t(lp_bytes[3]) << 24);
+    io_bytes.remove_prefix(4);
+    return true;
+}
+
+bool ReadCount(std::string_view& io_bytes, std::int32_t& o_count)
+{
+    std::string_view l_probe = io_bytes;
+    if (!ReadInt(l_probe, o_count) || o_count < 0)
+        return false;
+    io_bytes = l_probe;
+    return true;
+}
+
+// A string as it stands in the file, without copying it; a length is never trusted beyond
+// the bytes that are left.
+bool ReadRawString(std::string_view& io_bytes, std::string_view& o_text)
+{
+    std::string_view l_probe = io_bytes;
+    std::int32_t l_length = 0;
+    if (!ReadInt(l_probe, l_length) || l_length < 0 || static_cast<std::size_t>(l_length) > l_probe.size())
+        return false;
+    o_text = l_probe.substr(0, static_cast<std::size_t>(l_length));
+    io_bytes = l_probe.substr(static_cast<std::size_t>(l_length));
+    return true;
+}
+
+std::string_view UpToZero(std::string_view i_text)
+{
+    return i_text.substr(0, i_text.find('\0'));
+}
+
+bool WriteAll(int i_fd, std::string const& i_bytes)
+{
+    std::size_t l_done = 0;
+    while (l_done < i_bytes.size())
+    {
+        ssize_t const l_written = ::write(i_fd, i_bytes.data() + l_done, i_bytes.size() - l_done);
+        if (l_written < 0 && errno == EINTR)
+            continue;
+        if (l_written <= 0)
+            return false;
+        l_done += static_cast<std::size_t>(l_written);
+    }
+    return true;
+}
+
+// False when there is no plain file to read, which is the normal first start.
+bool ReadWholeFile(char const* i_fileName, std::string& o_bytes)
+{
+    int const l_fd = ::open(i_fileName, O_RDONLY | O_CLOEXEC);
+    if (l_fd < 0)
+        return false;
+    struct stat l_stat = {};
+    bool l_ok = ::fstat(l_fd, &l_stat) == 0;
+    if (l_ok && !S_ISREG(l_stat.st_mode))
+    {
+        Log(s_area, 1, QStringLiteral("The data file is not a plain file and was not read"));
+        l_ok = false;
+    }
+    else if (l_ok && l_stat.st_size > DataSaver::s_maxFileSize)
+    {
+        Log(s_area, 1,
+            QStringLiteral("The data file is larger than %1 bytes and was not read").arg(DataSaver::s_maxFileSize));
+        l_ok = false;
+    }
+    if (l_ok)
+    {
+        o_bytes.resize(static_cast<std::size_t>(l_stat.st_size));
+        std::size_t l_done = 0;
+        while (l_done < o_bytes.size())
+        {
+            ssize_t const l_read = ::read(l_fd, o_bytes.data() + l_done, o_bytes.size() - l_done);
+            if (l_read < 0 && errno == EINTR)
+                continue;
+            if (l_read <= 0)
+                break; // what was read is parsed, and the shortfall reported as damage
+            l_done += static_cast<std::size_t>(l_read);
+        }
+        o_bytes.resize(l_done);
+    }
+    ::close(l_fd);
+    return l_ok;
+}
+
+struct LoadState
+{
+    Data* mp_data;
+    DataSaver const* mp_saver;
+    std::vector<Item*>* mp_items; // by id
+    std::vector<Item*>* mp_removedWhileCreating;
+    bool* mp_creating;
+    std::string_view m_rest;
+    std::size_t m_size;
+    std::size_t m_maxId; // every item record holds at least its 4-byte id
+    std::int64_t m_highestId = 0;
+    int m_badIds = 0;
+    int m_unrelatedPairs = 0;
+    QStringList m_mismatchedTypes;
+
+    std::size_t Offset() const { return m_size - m_rest.size(); }
+};
+
+void RememberItem(LoadState& io_state, std::int32_t i_id, Type* ip_type, std::string_view i_value)
+{
+    std::vector<Item*>& l_items = *io_state.mp_items;
+    if (i_id <= 0 || static_cast<std::size_t>(i_id) > io_state.m_maxId ||
+        (static_cast<std::size_t>(i_id) < l_items.size() && l_items[i_id]))
+    {
+        ++io_state.m_badIds;
+        return;
+    }
+    io_state.mp_removedWhileCreating->clear();
+    *io_state.mp_creating = true;
+    Item* lp_item =
+        ip_type->IsNull() ? ip_type->NewItem() : ip_type->NewItem(Value(std::string(UpToZero(i_value))));
+    *io_state.mp_creating = false;
+    // A listener of the new item may have removed it again before NewItem returned.
+    auto const& l_removed = *io_state.mp_removedWhileCreating;
+    if (std::find(l_removed.begin(), l_removed.end(), lp_item) != l_removed.end())
+        return;
+    if (static_cast<std::size_t>(i_id) >= l_items.size())
+        l_items.resize(static_cast<std::size_t>(i_id) + 1, nullptr);
+    l_items[i_id] = lp_item;
+}
+
+bool ReadTypeRecord(LoadState& io_state)
+{
+    std::string_view l_rawName;
+    if (!ReadRawString(io_state.m_rest, l_rawName) || io_state.m_rest.empty())
+        return false;
+    unsigned char const l_flag = static_cast<unsigned char>(io_state.m_rest.front());
+    if (l_flag > 1)
+        return false;
+    std::string_view l_afterFlag = io_state.m_rest.substr(1);
+    std::int32_t l_count = 0;
+    if (!ReadCount(l_afterFlag, l_count))
+        return false;
+    io_state.m_rest = l_afterFlag;
+
+    std::string const l_name(UpToZero(l_rawName));
+    bool const l_isNull = l_flag == 1;
+    Type* lp_type = io_state.mp_saver->IsSavedType(l_name) ? io_state.mp_data->FindType(l_name) : nullptr;
+    if (lp_type && lp_type->IsNull() != l_isNull)
+    {
+        io_state.m_mismatchedTypes << QString::fromStdString(l_name);
+        lp_type = nullptr;
+    }
+    for (std::int32_t l_index = 0; l_index < l_count; ++l_index)
+    {
+        std::string_view l_record = io_state.m_rest;
+        std::int32_t l_id = 0;
+        std::string_view l_value;
+        if (!ReadInt(l_record, l_id) || (!l_isNull && !ReadRawString(l_record, l_value)))
+            return false;
+        io_state.m_rest = l_record;
+        io_state.m_highestId = std::max<std::int64_t>(io_state.m_highestId, l_id);
+        if (lp_type)
+            RememberItem(io_state, l_id, lp_type, l_value);
+    }
+    return true;
+}
+
+Item* LoadedItem(LoadState& io_state, std::int32_t i_id)
+{
+    if (i_id <= 0 || i_id > io_state.m_highestId)
+        ++io_state.m_badIds;
+    std::vector<Item*> const& l_items = *io_state.mp_items;
+    return i_id > 0 && static_cast<std::size_t>(i_id) < l_items.size() ? l_items[i_id] : nullptr;
+}
+
+bool ReadPairs(LoadState& io_state)
+{
+    std::int32_t l_count = 0;
+    if (!ReadCount(io_state.m_rest, l_count))
+        return false;
+    for (std::int32_t l_index = 0; l_index < l_count; ++l_index)
+    {
+        std::int32_t l_low = 0;
+        std::int32_t l_high = 0;
+        if (io_state.m_rest.size() < 8)
+            return false;
+        ReadInt(io_state.m_rest, l_low);
+        ReadInt(io_state.m_rest, l_high);
+        Item* lp_low = LoadedItem(io_state, l_low);
+        Item* lp_high = LoadedItem(io_state, l_high);
+        // Ids of types no longer saved are not remembered, so their pairs drop out here.
+        if (!lp_low || !lp_high)
+            continue;
+        if (!lp_low->GetType()->IsRelated(lp_high->GetType()))
+        {
+            ++io_state.m_unrelatedPairs;
+            continue;
+        }
+        lp_low->Connect(lp_high);
+    }
+    return true;
+}
+
+void ReportLoad(LoadState const& i_state, bool i_whole)
+{
+    auto l_log = [](QString const& i_text) { Log(s_area, 1, i_text); };
+    if (!i_whole)
+        l_log(QStringLiteral("The data file is damaged after %1 bytes; kept what was read before").arg(i_state.Offset()));
+    else if (!i_state.m_rest.empty())
+        l_log(QStringLiteral("The data file has %1 unexpected bytes at its end; they were ignored")
+                  .arg(i_state.m_rest.size()));
+    if (i_state.m_badIds > 0)
+        l_log(QStringLiteral("The data file holds %1 bad item ids; their records were skipped").arg(i_state.m_badIds));
+    for (QString const& l_name : i_state.m_mismatchedTypes)
+        l_log(QStringLiteral("The data file holds items of the type %1 of the wrong kind; they were skipped").arg(l_name));
+    if (i_state.m_unrelatedPairs > 0)
+        l_log(QStringLiteral("The data file connects %1 pairs of items whose types are not related; they were skipped")
+                  .arg(i_state.m_unrelatedPairs));
+}
+} // namespace
+
+DataSaver::DataSaver()
+{
+    dataSaver = this;
+    m_dataLoadedHandlers.swap(WaitingHandlers());
+}
+
+DataSaver::~DataSaver()
+{
+    if (dataSaver != this)
+        return;
+    // Handlers that outlive the saver are handed to the next one, should there be one.
+    WaitingHandlers().insert(m_dataLoadedHandlers.begin(), m_dataLoadedHandlers.end());
+    dataSaver = nullptr;
+}
+
+std::set<DataLoadedEventHandler*>& DataSaver::WaitingHandlers()
+{
+    static std::set<DataLoadedEventHandler*> s_waiting;
+    return s_waiting;
+}
+
+void DataSaver::AddSavedByConnectionType(std::string i_type, std::string i_connectionType)
+{
+    m_savedByConnectionTypes[std::move(i_type)].insert(std::move(i_connectionType));
+}
+
+bool DataSaver::IsSavedType(std::string const& i_type) const
+{
+    return m_savedTypes.count(i_type) > 0 || m_savedByConnectionTypes.count(i_type) > 0;
+}
+
+void DataSaver::WriteString(std::string& io_bytes, std::string_view i_text)
+{
+    AppendInt(io_bytes, static_cast<std::int32_t>(i_text.size()));
+    io_bytes.append(i_text);
+}
+
+bool DataSaver::ReadString(std::string_view& io_bytes, std::string& o_text)
+{
+    std::string_view l_text;
+    if (!ReadRawString(io_bytes, l_text))
+        return false;
+    o_text.assign(UpToZero(l_text));
+    return true;
+}
+
+std::string DataSaver::BuildFile(Data* ip_data) const
+{
+    // The items written of one type, in address order, so that an item's id is found by a
+    // binary search: the ids of a type run from m_firstId in that same order.
+    struct SavedType
+    {
+        Type* mp_type;
+        std::vector<Item*> m_items;
+        std::int32_t m_firstId;
+    };
+    std::vector<SavedType> l_saved;
+    std::int32_t l_nextId = 1;
+    for (auto const& [l_name, lp_type] : ip_data->Types())
+    {
+        if (!IsSavedType(l_name))
+            continue;
+        std::vector<Type*> l_connectionTypes;
+        bool const l_whole = m_savedTypes.count(l_name) > 0;
+        if (!l_whole)
+            for (std::string const& l_connectionName : m_savedByConnectionTypes.at(l_name))
+                if (Type* lp_connectionType = ip_data->FindType(l_connectionName))
+                    l_connectionTypes.push_back(lp_connectionType);
+        SavedType l_entry{lp_type, {}, l_nextId};
+        l_entry.m_items.reserve(lp_type->ItemCount());
+        for (Item* lp_item : lp_type->GetItems())
+            if (l_whole || std::any_of(l_connectionTypes.begin(), l_connectionTypes.end(),
+                                       [lp_item](Type* ip_type) { return lp_item->IsConnected(ip_type); }))
+                l_entry.m_items.push_back(lp_item);
+        l_nextId += static_cast<std::int32_t>(l_entry.m_items.size());
+        l_saved.push_back(std::move(l_entry));
+    }
+    std::map<Type*, SavedType const*> l_byType;
+    for (SavedType const& l_entry : l_saved)
+        l_byType.emplace(l_entry.mp_type, &l_entry);
+
+    std::string l_bytes;
+    AppendInt(l_bytes, static_cast<std::int32_t>(l_saved.size()));
+    for (SavedType const& l_entry : l_saved)
+    {
+        WriteString(l_bytes, l_entry.mp_type->GetName());
+        l_bytes.push_back(l_entry.mp_type->IsNull() ? 1 : 0);
+        AppendInt(l_bytes, static_cast<std::int32_t>(l_entry.m_items.size()));
+        std::int32_t l_id = l_entry.m_firstId;
+        for (Item* lp_item : l_entry.m_items)
+        {
+            AppendInt(l_bytes, l_id++);
+            if (!l_entry.mp_type->IsNull())
+                WriteString(l_bytes, lp_item->AsString());
+        }
+    }
+
+    // Each connection is seen from both ends; the lower id writes it. Walking the ids upwards
+    // and sorting each item's partners gives the pairs in ascending order without a global sort.
+    std::size_t const l_pairCountAt = l_bytes.size();
+    AppendInt(l_bytes, 0);
+    std::int32_t l_pairCount = 0;
+    std::vector<std::int32_t> l_partners;
+    for (SavedType const& l_entry : l_saved)
+        for (std::size_t l_index = 0; l_index < l_entry.m_items.size(); ++l_index)
+        {
+            auto const l_id = static_cast<std::int32_t>(l_entry.m_firstId + l_index);
+            l_partners.clear();
+            for (auto const& [lp_type, l_connected] : l_entry.m_items[l_index]->ConnectedItems())
+            {
+                auto const l_other = l_byType.find(lp_type);
+                if (l_other == l_byType.end())
+                    continue;
+                std::vector<Item*> const& l_items = l_other->second->m_items;
+                if (l_other->second->m_firstId + static_cast<std::int64_t>(l_items.size()) <= l_id)
+                    continue; // all its ids are lower: those pairs were written already
+                // Both sides are in address order, so each search starts where the last ended.
+                auto l_from = l_items.begin();
+                for (Item* lp_other : l_connected)
+                {
+                    l_from = std::lower_bound(l_from, l_items.end(), lp_other);
+                    if (l_from == l_items.end())
+                        break;
+                    auto const l_otherId = static_cast<std::int32_t>(l_other->second->m_firstId + (l_from - l_items.begin()));
+                    if (*l_from == lp_other && l_otherId >= l_id)
+                        l_partners.push_back(l_otherId);
+                }
+            }
+            std::sort(l_partners.begin(), l_partners.end());
+            for (std::int32_t l_partner : l_partners)
+            {
+                AppendInt(l_bytes, l_id);
+                AppendInt(l_bytes, l_partner);
+            }
+            l_pairCount += static_cast<std::int32_t>(l_partners.size());
+        }
+    PatchInt(l_bytes, l_pairCountAt, l_pairCount);
+    return l_bytes;
+}
+
+bool DataSaver::Save(Data* ip_data, char const* i_fileName)
+{
+    std::string const l_bytes = BuildFile(ip_data);
+    std::string const l_target = i_fileName;
+    std::string const l_temp = l_target + ".tmp";
+
+    // A leftover of an interrupted save goes; a fresh exclusive file never follows a link.
+    ::unlink(l_temp.c_str());
+    int const l_fd = ::open(l_temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (l_fd < 0)
+        return false;
+    // The file holds the password: the umask must not widen or narrow the mode.
+    bool l_ok = ::fchmod(l_fd, S_IRUSR | S_IWUSR) == 0 && WriteAll(l_fd, l_bytes) && ::fsync(l_fd) == 0;
+    l_ok = ::close(l_fd) == 0 && l_ok;
+    l_ok = l_ok && ::rename(l_temp.c_str(), l_target.c_str()) == 0;
+    if (!l_ok)
+        ::unlink(l_temp.c_str());
+    return l_ok;
+}
+
+void DataSaver::Load(Data* ip_data, char const* i_fileName)
+{
+    std::string l_bytes;
+    if (ReadWholeFile(i_fileName, l_bytes))
+        ParseFile(ip_data, l_bytes);
+    EmitDataLoaded();
+}
+
+void DataSaver::ParseFile(Data* ip_data, std::string_view i_bytes)
+{
+    // Listeners fire during the load and might remove an item read earlier; its id must then
+    // be forgotten before a later pair would reach it.
+    auto* lp_handler = MakeHandler(&DataSaver::OnItemRemovedDuringLoad);
+    ip_data->m_itemRemovedEvent.Add(lp_handler);
+    m_loadedItems.clear();
+
+    LoadState l_state{ip_data, this, &m_loadedItems, &m_removedWhileCreating, &m_creating,
+                      i_bytes, i_bytes.size(), i_bytes.size() / 4, 0, 0, 0, {}};
+    std::int32_t l_typeCount = 0;
+    bool l_whole = ReadCount(l_state.m_rest, l_typeCount);
+    for (std::int32_t l_index = 0; l_whole && l_index < l_typeCount; ++l_index)
+        l_whole = ReadTypeRecord(l_state);
+    l_whole = l_whole && ReadPairs(l_state);
+    ReportLoad(l_state, l_whole);
+
+    lp_handler->m_removed = true;
+    m_handlers.erase(lp_handler);
+    m_loadedItems.clear();
+    m_loadedItems.shrink_to_fit();
+    m_removedWhileCreating.clear();
+}
+
+void DataSaver::OnItemRemovedDuringLoad(Item* ip_item)
+{
+    std::replace(m_loadedItems.begin(), m_loadedItems.end(), ip_item, static_cast<Item*>(nullptr));
+    if (m_creating)
+        m_removedWhileCreating.push_back(ip_item);
+}
+
+void DataSaver::EmitDataLoaded()
+{
+    // A handler may make or destroy others while it runs: walk a copy, skip the departed.
+    std::set<DataLoadedEventHandler*> const l_handlers = m_dataLoadedHandlers;
+    for (DataLoadedEventHandler* lp_handler : l_handlers)
+        if (m_dataLoadedHandlers.count(lp_handler))
+            lp_handler->DataLoaded();
+}

@@ -154,6 +154,12 @@ Item* Item::NewItem(char const* i_typeName)
 
 void Item::Remove()
 {
+    if (m_state != State::Alive)
+        return;
+    m_state = State::Removing;
+    // Handlers may remove this item or its neighbours while it goes; keep every such item's
+    // memory until the outermost delivery is over, and skip those already gone.
+    EventDelivery::Walk l_walk;
     Item* lp_self = this;
     mp_type->m_itemRemovedEvent.Notify(lp_self);
     mp_type->mp_data->m_itemRemovedEvent.Notify(lp_self);
@@ -161,10 +167,12 @@ void Item::Remove()
     std::map<Type*, ItemSet> const l_connections = m_typeItemsMap;
     for (auto const& l_entry : l_connections)
         for (Item* lp_other : l_entry.second)
-            Disconnect(lp_other);
+            if (!lp_other->IsRemoved())
+                Disconnect(lp_other);
 
+    m_state = State::Removed;
     mp_type->Forget(this);
     mp_type->mp_data->m_sweepCandidates.erase(this);
     mp_type->mp_data->m_sweepRemoveNow.erase(this);
-    delete this;
+    EventDelivery::BuryLater([](void* ip_item) { delete static_cast<Item*>(ip_item); }, this);
 }

@@ -36,6 +36,9 @@ public:
     Item* NewItem(char const* i_typeName);
     void Remove();
 
+    // Set by Remove; the memory stays valid until the outermost event delivery has ended.
+    bool IsRemoved() const { return m_state == State::Removed; }
+
     char const* AsCStr() const { return m_value.c_str(); }
     std::string const& AsString() const { return m_value; }
     int AsInt() const;
@@ -61,4 +64,11 @@ private:
     Type* mp_type;
     std::string m_value;
     std::map<Type*, ItemSet> m_typeItemsMap;
+    enum class State : unsigned char
+    {
+        Alive,
+        Removing,
+        Removed
+    };
+    State m_state = State::Alive;
 };

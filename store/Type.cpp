@@ -36,10 +36,14 @@ Item* Type::CreateItem(std::string i_value)
         m_nullItems.insert(lp_item);
     else
         m_valueItems.emplace(lp_item->m_value, lp_item);
+    // A listener may remove the new item at once; then the rest hear nothing and get null.
+    EventDelivery::Walk l_walk;
     Item* lp_arg = lp_item;
     m_itemAddedEvent.Notify(lp_arg);
+    if (lp_item->IsRemoved())
+        return nullptr;
     mp_data->m_itemAddedEvent.Notify(lp_arg);
-    return lp_item;
+    return lp_item->IsRemoved() ? nullptr : lp_item;
 }
 
 void Type::Forget(Item* ip_item)

@@ -161,3 +161,43 @@ TEST_F(ItemTest, RemoveLeavesNeighboursAndFiresEveryLostConnectionFirst)
     EXPECT_TRUE(lp_lobby->IsDisconnectedFromAll());
     EXPECT_EQ(mp_room->ItemCount(), 2u);
 }
+
+TEST_F(ItemTest, ListenersMayRemoveItemsWhileTheyAreBeingCreatedOrRemoved)
+{
+    // One listener refuses every new "x", another removes an item's neighbour while it goes.
+    class Refuser : public DataHandler
+    {
+    public:
+        explicit Refuser(Type* ip_type) { ip_type->m_itemAddedEvent.Add(MakeHandler(&Refuser::OnAdded)); }
+        void OnAdded(Item* ip_item)
+        {
+            if (ip_item->AsString() == "x")
+                ip_item->Remove();
+        }
+    } l_refuser(mp_user);
+    EXPECT_EQ(mp_user->NewItem("x"), nullptr);
+    EXPECT_TRUE(mp_user->HasItem("x").IsNull());
+    EXPECT_NE(mp_user->NewItem("y"), nullptr);
+
+    class Cascade : public DataHandler
+    {
+    public:
+        explicit Cascade(Type* ip_type) { ip_type->m_itemRemovedEvent.Add(MakeHandler(&Cascade::OnRemoved)); }
+        void OnRemoved(Item* ip_item)
+        {
+            ItemSet l_users;
+            ip_item->GetItems("user", l_users);
+            for (Item* lp_user : l_users)
+                lp_user->Remove();
+            ip_item->Remove(); // removing the item again from its own event is harmless
+        }
+    } l_cascade(mp_room);
+    Item* lp_room = mp_room->NewItem("lobby");
+    lp_room->Connect(mp_user->NewItem("a"));
+    lp_room->Connect(mp_user->NewItem("b"));
+    lp_room->Remove();
+    EXPECT_TRUE(mp_room->HasItem("lobby").IsNull());
+    EXPECT_TRUE(mp_user->HasItem("a").IsNull());
+    EXPECT_TRUE(mp_user->HasItem("b").IsNull());
+    EXPECT_EQ(EventDelivery::Depth(), 0);
+}

@@ -52,6 +52,8 @@ void PrivateMessageBox::Post(ClientConnection& i_sender, QByteArray const& i_rec
 
 void PrivateMessageBox::Acknowledge(ClientConnection& i_recipient, quint32 i_id)
 {
+    ServerLog::Write(QStringLiteral("private message acknowledged %1 id %2")
+                         .arg(ServerLog::Printable(i_recipient.Name())).arg(i_id));
     auto l_box = m_pending.find(i_recipient.Name());
     if (l_box == m_pending.end())
         return;

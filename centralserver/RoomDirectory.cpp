@@ -3,6 +3,8 @@
 #include "AccountBook.h"
 #include "ClientConnection.h"
 #include "ServerLog.h"
+
+#include <QStringList>
 #include "ServerOptions.h"
 #include "SessionRegistry.h"
 #include "WireWriter.h"
@@ -87,11 +89,17 @@ void RoomDirectory::Chat(ClientConnection& i_client, QByteArray const& i_room,
     auto l_room = m_rooms.constFind(i_room);
     if (l_room == m_rooms.constEnd() || !l_room->contains(i_client.Name()))
         return;
-    ServerLog::Write(QStringLiteral("room chat %1 %2")
-            .arg(ServerLog::Printable(i_client.Name()), ServerLog::Printable(i_room)));
     QByteArray l_line = WireWriter(13).String(i_room).String(i_client.Name()).String(i_text).Frame();
+    QStringList l_reached;
     for (QByteArray const& l_member : *l_room)
+    {
         m_sessions.Send(l_member, l_line);
+        l_reached << ServerLog::Printable(l_member);
+    }
+    l_reached.sort();
+    ServerLog::Write(QStringLiteral("room chat %1 %2 to %3")
+                         .arg(ServerLog::Printable(i_client.Name()), ServerLog::Printable(i_room),
+                              l_reached.join(QStringLiteral(", "))));
 }
 
 void RoomDirectory::SendList(ClientConnection& i_client) const

@@ -41,6 +41,8 @@ void UserDirectory::Track(ClientConnection& i_client, QByteArray const& i_user)
     bool l_exists = m_accounts.Exists(i_user);
     if (i_client.Tracked().size() < c_maxTrackedPerClient)
         i_client.Tracked().insert(i_user);
+    ServerLog::Write(QStringLiteral("track %1 %2")
+                         .arg(ServerLog::Printable(i_client.Name()), ServerLog::Printable(i_user)));
     WireWriter l_answer(5);
     l_answer.String(i_user).U8(l_exists ? 1 : 0);
     if (l_exists)
@@ -56,6 +58,8 @@ void UserDirectory::Track(ClientConnection& i_client, QByteArray const& i_user)
 void UserDirectory::Untrack(ClientConnection& i_client, QByteArray const& i_user)
 {
     i_client.Tracked().remove(i_user);
+    ServerLog::Write(QStringLiteral("untrack %1 %2")
+                         .arg(ServerLog::Printable(i_client.Name()), ServerLog::Printable(i_user)));
 }
 
 void UserDirectory::SendStatus(ClientConnection& i_client, QByteArray const& i_user) const
@@ -76,8 +80,13 @@ void UserDirectory::NotifyTrackers(QByteArray const& i_user, bool i_online) cons
                              .Frame();
     for (ClientConnection* lp_client : m_sessions.All())
     {
-        if (lp_client->Tracked().contains(i_user))
-            lp_client->Send(l_frame);
+        if (!lp_client->Tracked().contains(i_user))
+            continue;
+        lp_client->Send(l_frame);
+        ServerLog::Write(QStringLiteral("status %1 %2 to %3")
+                             .arg(ServerLog::Printable(i_user),
+                                  i_online ? QStringLiteral("online") : QStringLiteral("offline"),
+                                  ServerLog::Printable(lp_client->Name())));
     }
 }
 

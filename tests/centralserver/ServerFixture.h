@@ -1,7 +1,7 @@
 #pragma once
 
 #include "CentralServer.h"
-#include "RawClient.h"
+#include "support/RawClient.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,172 @@
+#include "shell/DiagnosticsForm.h"
+
+#include <QDateTime>
+#include <QPlainTextEdit>
+#include <QTreeWidgetItem>
+
+#include "store/Data.h"
+#include "store/Log.h"
+#include "ui_DiagnosticsForm.h"
+
+DiagnosticsForm* diagnosticsForm = nullptr;
+
+namespace
+{
+// Levels are small by contract; the bound only keeps a wild caller from padding a line with
+// megabytes of spaces.
+constexpr int c_maxIndentLevels = 32;
+
+// Lines that arrive within this time share one append and one repaint of the page; a person
+// reading the log does not notice the delay.
+constexpr int c_flushIntervalMs = 100;
+} // namespace
+
+DiagnosticsForm::DiagnosticsForm(QWidget* ip_parent)
+    : QWidget(ip_parent), mp_ui(std::make_unique<Ui::DiagnosticsForm>())
+{
+    mp_ui->setupUi(this);
+    mp_ui->trackedUsersTree->sortByColumn(0, Qt::AscendingOrder);
+
+    Type* lp_log = d.NewType("log", true, false, true);
+    Type* lp_logWidget = d.NewType("log_widget", true, false, true);
+    lp_log->RelateToType(lp_logWidget, One, One, false);
+
+    m_flushTimer.setSingleShot(true);
+    m_flushTimer.setInterval(c_flushIntervalMs);
+    connect(&m_flushTimer, &QTimer::timeout, this, &DiagnosticsForm::FlushPendingLines);
+
+    diagnosticsForm = this;
+    SetLogSink([this](QString const& i_area, int i_level, QString const& i_text, ItemPtr i_item) {
+        Log(i_area, i_level, i_text, i_item);
+    });
+}
+
+DiagnosticsForm::~DiagnosticsForm()
+{
+    if (diagnosticsForm == this)
+    {
+        SetLogSink(LogSink());
+        diagnosticsForm = nullptr;
+    }
+}
+
+void DiagnosticsForm::Init()
+{
+    Type* lp_node = d.NewType("track_user_node", true, false, true);
+    lp_node->RelateToType(d.GetType("user"), One, One, false);
+
+    struct PathSpec
+    {
+        char const* m_child;
+        PathNodeRelation m_relation;
+        void (DiagnosticsForm::*m_method)(Item*);
+    };
+    PathSpec const l_paths[] = {
+        {"is_tracked", NewlyConnected, &DiagnosticsForm::OnUserTracked},
+        {"is_tracked", NewlyDisconnected, &DiagnosticsForm::OnUserUntracked},
+        {"is_online", NewlyConnected, &DiagnosticsForm::OnUserOnline},
+        {"is_online", NewlyDisconnected, &DiagnosticsForm::OnUserOffline},
+    };
+    for (PathSpec const& l_path : l_paths)
+    {
+        auto* lp_root = new PathNode(&d, "user");
+        new PathNode(lp_root, l_path.m_child, l_path.m_relation);
+        ListenPath(lp_root, l_path.m_method);
+    }
+    // A removed user loses its row before its connections are cut, while the row's item can
+    // still be found from the user.
+    ListenItemRemoved("user", &DiagnosticsForm::OnUserUntracked);
+
+    for (Item* lp_user : g("user"))
+        if (lp_user->IsConnected("is_tracked"))
+            OnUserTracked(lp_user);
+}
+
+void DiagnosticsForm::Log(QString const& i_area, int i_level, QString const& i_text, ItemPtr)
+{
+    QPlainTextEdit* lp_view = AreaView(i_area);
+    QString& l_pending = m_pendingLines[lp_view];
+    if (!l_pending.isEmpty())
+        l_pending += QLatin1Char('\n');
+    l_pending += QLatin1Char('[');
+    l_pending += TimeStamp();
+    l_pending += QLatin1String("] ");
+    l_pending += QString(3 * qBound(0, i_level - 1, c_maxIndentLevels), QLatin1Char(' '));
+    l_pending += i_text;
+    if (!m_flushTimer.isActive())
+        m_flushTimer.start();
+}
+
+QPlainTextEdit* DiagnosticsForm::AreaView(QString const& i_area)
+{
+    ItemPtr const l_log = d.GetType("log")->GetItem(i_area.toStdString());
+    if (ItemPtr const l_widget = l_log["log_widget"])
+        return static_cast<QPlainTextEdit*>(l_widget.AsPointer<QObject>());
+
+    auto* lp_view = new QPlainTextEdit(this);
+    lp_view->setReadOnly(true);
+    // The log only grows; an undo history of it would double its memory.
+    lp_view->setUndoRedoEnabled(false);
+    mp_ui->logTabWidget->addTab(lp_view, i_area);
+    l_log += d.GetType("log_widget")->GetItem(Value(static_cast<QObject*>(lp_view)));
+    return lp_view;
+}
+
+QString const& DiagnosticsForm::TimeStamp()
+{
+    // Formatting the local time dominates the cost of a line, and it changes once a second.
+    qint64 const l_second = QDateTime::currentSecsSinceEpoch();
+    if (l_second != m_stampSecond)
+    {
+        m_stampSecond = l_second;
+        m_stamp = QDateTime::currentDateTime().toString(Qt::TextDate);
+    }
+    return m_stamp;
+}
+
+void DiagnosticsForm::FlushPendingLines()
+{
+    QHash<QPlainTextEdit*, QString> const l_pending = std::exchange(m_pendingLines, {});
+    for (auto l_it = l_pending.cbegin(); l_it != l_pending.cend(); ++l_it)
+        l_it.key()->appendPlainText(l_it.value());
+}
+
+void DiagnosticsForm::OnUserTracked(Item* ip_user)
+{
+    ItemPtr const l_user(ip_user);
+    QString const l_status = l_user.IsConnected("is_online") ? QStringLiteral("Online") : QStringLiteral("Offline");
+    if (l_user["track_user_node"])
+    {
+        SetStatus(ip_user, l_status);
+        return;
+    }
+    auto* lp_row = new QTreeWidgetItem(mp_ui->trackedUsersTree);
+    lp_row->setText(0, QString::fromStdString(l_user.AsString()));
+    lp_row->setText(1, l_status);
+    d.GetType("track_user_node")->GetItem(Value(lp_row))->Connect(ip_user);
+}
+
+void DiagnosticsForm::OnUserUntracked(Item* ip_user)
+{
+    ItemPtr const l_node = ItemPtr(ip_user)["track_user_node"];
+    if (!l_node)
+        return;
+    delete l_node.AsPointer<QTreeWidgetItem>();
+    l_node.Remove();
+}
+
+void DiagnosticsForm::OnUserOnline(Item* ip_user)
+{
+    SetStatus(ip_user, QStringLiteral("Online"));
+}
+
+void DiagnosticsForm::OnUserOffline(Item* ip_user)
+{
+    SetStatus(ip_user, QStringLiteral("Offline"));
+}
+
+void DiagnosticsForm::SetStatus(Item* ip_user, QString const& i_status)
+{
+    if (auto* lp_row = ItemPtr(ip_user)["track_user_node"].AsPointer<QTreeWidgetItem>())
+        lp_row->setText(1, i_status);
+}

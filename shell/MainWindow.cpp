@@ -1,0 +1,280 @@
+#include "shell/MainWindow.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileDialog>
+#include <QFile>
+
+#include "forms/ChangeListeningPortDialog.h"
+#include "forms/ChangeUsernamePasswordDialog.h"
+#include "portforward/PortForwarder.h"
+#include "server/Server.h"
+#include "shell/ActionSetToolBar.h"
+#include "shell/DiagnosticsForm.h"
+#include "shell/EventToolBar.h"
+#include "shell/InformationBox.h"
+#include "shell/ShowState.h"
+#include "shell/TimerManager.h"
+#include "store/Data.h"
+#include "store/DataSaver.h"
+#include "store/Settings.h"
+#include "ui_MainWindow.h"
+
+MainWindow* mainWindow = nullptr;
+
+MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::make_unique<Ui::MainWindow>())
+{
+    mainWindow = this;
+    mp_ui->setupUi(this);
+    addToolBar(Qt::TopToolBarArea, new ActionSetToolBar(this));
+    mp_ui->diagnosticsTabLayout->addWidget(new DiagnosticsForm(mp_ui->diagnosticsTab));
+    mp_ui->actionDisconnect->setEnabled(false);
+
+    SetConnectionIcon(":/icons/offline_icon");
+    mp_ui->roomList->setColumnWidth(0, 150);
+    mp_ui->roomList->setColumnWidth(1, 30);
+    mp_ui->roomListSplitter->setStretchFactor(0, 1);
+    mp_ui->roomListSplitter->setStretchFactor(1, 0);
+    mp_ui->sharedFolderList->setColumnWidth(0, 400);
+
+    new TimerManager(this);
+    new DataSaver();
+    mp_server = new Server();
+    Server::CreateData();
+
+    connect(mp_server, &Server::Connecting, this, &MainWindow::OnConnecting);
+    connect(mp_server, &Server::Connected, this, &MainWindow::OnConnected);
+    connect(mp_server, &Server::Disconnected, this, &MainWindow::OnDisconnected);
+    connect(timerManager->HalfMinuteTimer(), &QTimer::timeout, mp_server, &Server::AttemptReconnect);
+    connect(timerManager->HourTimer(), &QTimer::timeout, mp_server, &Server::RenewPortMapping);
+    connect(mp_ui->actionConnect, &QAction::triggered, this, &MainWindow::OnConnectMenuOptionClicked);
+    connect(mp_ui->actionDisconnect, &QAction::triggered, this, &MainWindow::OnDisconnectMenuOptionClicked);
+    connect(mp_ui->actionData, &QAction::triggered, this, &MainWindow::OnShowData);
+
+    DeclareActionSets();
+
+    DeclareSettingsTypes();
+
+    diagnosticsForm->Init();
+
+    addToolBarBreak(Qt::TopToolBarArea);
+    addToolBar(Qt::TopToolBarArea, new EventToolBar(this));
+
+    auto* lp_username = new PathNode(d.GetType("global")->GetItem("username"));
+    new PathNode(lp_username, "global_value", TriggerConnected);
+    ListenPath(lp_username, &MainWindow::OnUsernameChanged);
+    connect(mp_server, &Server::ConnectionFailed, this, &MainWindow::OnConnectionFailed);
+
+    dataSaver->Load(&d, DataFileName().c_str());
+
+    if (GetGlobalValue("username").IsNull())
+        ShowNoUsernameBox();
+    else
+        mp_server->Connect();
+
+    // Filling the check box goes through its toggled signal like a click, so the port
+    // forwarder starts here when UPnP is on.
+    connect(mp_ui->uPnPCheckBox, &QCheckBox::toggled, this, &MainWindow::OnUPnPCheckboxToggled);
+    mp_ui->downloadFolderEdit->setText(QString::fromStdString(GetGlobal("download_folder")));
+    mp_ui->uPnPCheckBox->setChecked(GetGlobal("use_upnp") == "yes");
+    mp_ui->listeningPortEdit->setText(QString::fromStdString(GetGlobal("listening_port")));
+
+    auto* lp_newPort = new PathNode(d.GetType("global")->GetItem("new_listening_port"));
+    new PathNode(lp_newPort, "global_value", TriggerConnected);
+    ListenPath(lp_newPort, &MainWindow::OnNewListeningPortChanged);
+
+    connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, this, &MainWindow::EveryFiveMinutes);
+}
+
+MainWindow::~MainWindow()
+{
+    g_showIsOver = true;
+    mp_server->Disconnect();
+    d.RemoveDisconnectedItems();
+    dataSaver->Save(&d, DataFileName().c_str());
+    delete mp_server;
+    delete dataSaver;
+    delete timerManager;
+    mp_ui.reset();
+    mainWindow = nullptr;
+}
+
+void MainWindow::DeclareActionSets()
+{
+    std::string const l_room = ":/icons/room_icon";
+    actionBar->AddSetAction("room_list", "enter_room", "Enter Room", l_room, false);
+    actionBar->AddSetAction("room_list", "create_room", "Create Room", l_room, false);
+    actionBar->AddSetAction("room_list", "refresh_room_list", "Refresh Room List", l_room, false);
+    actionBar->AddSetAction("room", "leave_room", "Leave Room", l_room, false);
+    actionBar->AddSetAction("room", "toggle_room_autojoin", "Toggle Room Autojoin", l_room, false);
+    std::string const l_browse = ":/icons/browse_icon";
+    actionBar->AddSetAction("shared_folders", "set_download_folder", "Set Download Folder", l_browse, false);
+    actionBar->AddSetAction("shared_folders", "share_folder", "Share Folder", l_browse, false);
+    actionBar->AddSetAction("shared_folders", "unshare_folder", "Unshare Folder", l_browse, false);
+    actionBar->AddSetAction("shared_folders", "rescan_shares", "Rescan Shares", l_browse, false);
+    actionBar->AddSetAction("login_options", "set_user_pass", "Change Username/Password", ":icons/online_icon", false);
+    actionBar->AddSetAction("login_options", "set_listening_port", "Change Listening Port", ":icons/online_icon", false);
+
+    actionBar->RegisterWidget(mp_ui->roomList, QStringLiteral("room_list"));
+    actionBar->AddWidgetColumnKey(mp_ui->roomList, QStringLiteral("room"), 0);
+    actionBar->RegisterWidget(mp_ui->loginOptionsTab, QStringLiteral("login_options"));
+    actionBar->RegisterWidget(mp_ui->fileSharingOptionsTab, QStringLiteral("shared_folders"));
+    actionBar->AutoFocusTabWidget(mp_ui->mainTabWidget);
+    actionBar->AutoFocusTabWidget(mp_ui->optionsTabWidget);
+    connect(qApp, &QApplication::focusChanged, actionBar, &ActionSetToolBar::OnApplicationFocusChanged);
+    connect(actionBar, &ActionSetToolBar::ActionTriggered, this, &MainWindow::OnToolBarActionTriggered);
+    connect(mp_ui->mainTabWidget, &QTabWidget::currentChanged, this, &MainWindow::OnMainWindowTabChanged);
+}
+
+void MainWindow::OnMainWindowTabChanged(int)
+{
+    // Focus selects the tool bar's action set, so the Options page hands it to its inner tab.
+    if (mp_ui->mainTabWidget->currentWidget() == mp_ui->optionsTab && mp_ui->optionsTabWidget->currentWidget())
+        mp_ui->optionsTabWidget->currentWidget()->setFocus(Qt::OtherFocusReason);
+}
+
+void MainWindow::OnToolBarActionTriggered(std::string i_action)
+{
+    std::string const l_room = actionBar->GetKey(QStringLiteral("room")).toStdString();
+    if (i_action == "enter_room")
+        mp_server->EnterRoom(l_room);
+    else if (i_action == "leave_room")
+        mp_server->LeaveRoom(l_room);
+    else if (i_action == "refresh_room_list")
+        mp_server->GetRoomList();
+    else if (i_action == "toggle_room_autojoin")
+    {
+        ItemPtr l_roomItem = d.GetType("room")->HasItem(l_room);
+        if (!l_roomItem)
+            return;
+        if (l_roomItem.IsConnected("room_autojoin"))
+            l_roomItem.Disconnect("room_autojoin");
+        else
+            l_roomItem.NewItem("room_autojoin");
+    }
+    else if (i_action == "set_user_pass")
+        (new ChangeUsernamePasswordDialog(this))->show();
+    else if (i_action == "set_listening_port")
+        (new ChangeListeningPortDialog(this))->show();
+    else if (i_action == "set_download_folder")
+        OnSetDownloadFolder();
+}
+
+void MainWindow::OnSetDownloadFolder()
+{
+    QString const l_folder = QFileDialog::getExistingDirectory(
+        this, QStringLiteral("Set Download Folder"), QString::fromStdString(GetGlobal("download_folder")));
+    if (l_folder.isEmpty())
+        return;
+    SetGlobal("download_folder", l_folder.toStdString());
+    mp_ui->downloadFolderEdit->setText(l_folder);
+}
+
+void MainWindow::DeclareSettingsTypes()
+{
+    Type* lp_global = d.NewType("global", true, false, true);
+    Type* lp_vglobal = d.NewType("vglobal", true, false, true);
+    Type* lp_value = d.NewType("global_value", false, false, true);
+    lp_global->RelateToType(lp_value, Many, One, false);
+    lp_vglobal->RelateToType(lp_value, Many, One, false);
+    dataSaver->m_savedTypes.insert("global");
+    dataSaver->AddSavedByConnectionType("global_value", "global");
+
+    Type* lp_wish = d.NewType("wish_list_item", true, false, true);
+    Type* lp_wishEnabled = d.NewType("wish_list_item_enabled", false, true, true);
+    lp_wish->RelateToType(lp_wishEnabled, Many, One, false);
+    dataSaver->m_savedTypes.insert("wish_list_item");
+    dataSaver->m_savedTypes.insert("wish_list_item_enabled");
+}
+
+std::string MainWindow::DataFileName()
+{
+    return QFile::encodeName(QDir::homePath() + QStringLiteral("/.Tidewick")).toStdString();
+}
+
+void MainWindow::EveryFiveMinutes()
+{
+    dataSaver->Save(&d, DataFileName().c_str());
+}
+
+void MainWindow::closeEvent(QCloseEvent* ip_event)
+{
+    // Closing the main window ends the program even while a dialog of it stands open.
+    ip_event->accept();
+    QCoreApplication::quit();
+}
+
+void MainWindow::ShowNoUsernameBox()
+{
+    ShowInformationBox(this, QStringLiteral("No Username"),
+                       QStringLiteral("You do not yet have a username set. Please set one from the Options tab and "
+                                      "use the Connect menu option to connect."));
+}
+
+void MainWindow::OnConnectMenuOptionClicked()
+{
+    mp_server->Connect();
+}
+
+void MainWindow::OnDisconnectMenuOptionClicked()
+{
+    mp_server->Disconnect();
+}
+
+void MainWindow::SetConnectionIcon(char const* i_icon)
+{
+    QIcon const l_icon(QString::fromLatin1(i_icon));
+    if (auto* lp_app = qobject_cast<QApplication*>(QCoreApplication::instance()))
+        lp_app->setWindowIcon(l_icon);
+    setWindowIcon(l_icon);
+}
+
+void MainWindow::OnConnecting()
+{
+    mp_ui->actionConnect->setEnabled(false);
+    mp_ui->actionDisconnect->setEnabled(false);
+}
+
+void MainWindow::OnConnected()
+{
+    mp_ui->actionConnect->setEnabled(false);
+    mp_ui->actionDisconnect->setEnabled(true);
+    SetConnectionIcon(":/icons/online_icon");
+}
+
+void MainWindow::OnDisconnected()
+{
+    mp_ui->actionConnect->setEnabled(true);
+    mp_ui->actionDisconnect->setEnabled(false);
+    SetConnectionIcon(":/icons/offline_icon");
+}
+
+void MainWindow::OnConnectionFailed(std::string const& i_reason)
+{
+    if (i_reason != "INVALIDPASS")
+        return;
+    ShowInformationBox(this, QStringLiteral("Login Failure: Wrong Password"),
+                       QStringLiteral("Login failed. The password you supplied does not match your username. Please "
+                                      "change your login settings in the Options tab and try reconnecting."));
+}
+
+void MainWindow::OnShowData() {}
+
+void MainWindow::OnUPnPCheckboxToggled(bool i_checked)
+{
+    SetGlobal("use_upnp", i_checked ? "yes" : "no");
+    if (i_checked)
+        portForwarder->Init();
+}
+
+void MainWindow::OnUsernameChanged(Item* ip_item)
+{
+    mp_ui->usernameEdit->setText(QString::fromStdString(ItemPtr(ip_item)["global_value"].AsString()));
+}
+
+void MainWindow::OnNewListeningPortChanged(Item* ip_item)
+{
+    mp_ui->listeningPortEdit->setText(QString::fromStdString(ItemPtr(ip_item)["global_value"].AsString()));
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QMainWindow>
+#include <memory>
+#include <string>
+
+#include "store/DataHandler.h"
+
+namespace Ui
+{
+class MainWindow;
+}
+class Item;
+class Server;
+
+// The application shell: builds every manager in a fixed order, loads the data file and
+// starts the connection; its destruction saves and tears everything down.
+class MainWindow : public QMainWindow, public DataHandler
+{
+    Q_OBJECT
+public:
+    explicit MainWindow(QWidget* ip_parent = nullptr);
+    ~MainWindow() override;
+
+    static std::string DataFileName();
+    Ui::MainWindow* Widgets() { return mp_ui.get(); }
+
+public slots:
+    void EveryFiveMinutes();
+
+protected:
+    void closeEvent(QCloseEvent* ip_event) override;
+
+private slots:
+    void OnConnectMenuOptionClicked();
+    void OnDisconnectMenuOptionClicked();
+    void OnShowData();
+    void OnToolBarActionTriggered(std::string i_action);
+    void OnUPnPCheckboxToggled(bool i_checked);
+    void OnConnecting();
+    void OnConnected();
+    void OnDisconnected();
+    void OnConnectionFailed(std::string const& i_reason);
+    void OnMainWindowTabChanged(int i_index);
+
+private:
+    void DeclareActionSets();
+    void DeclareSettingsTypes();
+    void OnSetDownloadFolder();
+    void SetConnectionIcon(char const* i_icon);
+    void ShowNoUsernameBox();
+    void OnUsernameChanged(Item* ip_item);
+    void OnNewListeningPortChanged(Item* ip_item);
+
+    std::unique_ptr<Ui::MainWindow> mp_ui;
+    Server* mp_server = nullptr;
+};
+
+extern MainWindow* mainWindow;

@@ -1,0 +1,3 @@
+#include "shell/ShowState.h"
+
+bool g_showIsOver = false;

@@ -1,0 +1,14 @@
+#include <QApplication>
+
+#include "shell/MainWindow.h"
+#include "shell/TerminationSignals.h"
+
+int main(int argc, char* argv[])
+{
+    QApplication l_application(argc, argv);
+    TerminationSignals l_signals;
+    MainWindow l_mainWindow;
+    QObject::connect(&l_signals, &TerminationSignals::TerminationRequested, &l_mainWindow, &MainWindow::close);
+    l_mainWindow.show();
+    return QApplication::exec();
+}

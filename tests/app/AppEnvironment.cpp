@@ -1,0 +1,44 @@
+#include "AppEnvironment.h"
+
+#include <QApplication>
+#include <QMessageBox>
+
+#include "shell/MainWindow.h"
+
+std::unique_ptr<QTemporaryDir> AppEnvironment::s_home;
+
+MainWindow* AppEnvironment::Window()
+{
+    if (!mainWindow)
+    {
+        s_home = std::make_unique<QTemporaryDir>();
+        qputenv("HOME", s_home->path().toLocal8Bit());
+        // Deliberately never destroyed during the run: the process ends after the tests.
+        (new MainWindow)->show();
+        QApplication::processEvents();
+    }
+    return mainWindow;
+}
+
+QString AppEnvironment::Home()
+{
+    Window();
+    return s_home->path();
+}
+
+int CloseInformationBoxes(QString const& i_title)
+{
+    QApplication::processEvents();
+    int l_count = 0;
+    for (QWidget* lp_widget : QApplication::topLevelWidgets())
+    {
+        auto* lp_box = qobject_cast<QMessageBox*>(lp_widget);
+        if (!lp_box || !lp_box->isVisible())
+            continue;
+        if (lp_box->windowTitle() == i_title)
+            ++l_count;
+        lp_box->close();
+    }
+    QApplication::processEvents();
+    return l_count;
+}

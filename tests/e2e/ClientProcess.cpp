@@ -1,0 +1,43 @@
+#include "ClientProcess.h"
+
+#include <QProcessEnvironment>
+
+#include <csignal>
+
+ClientProcess::ClientProcess()
+{
+    QProcessEnvironment l_env = QProcessEnvironment::systemEnvironment();
+    l_env.insert(QStringLiteral("HOME"), m_home.path());
+    l_env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    l_env.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_home.path());
+    m_process.setProcessEnvironment(l_env);
+    m_process.setProcessChannelMode(QProcess::MergedChannels);
+    m_process.setProgram(QStringLiteral(TIDEWICK_CLIENT_BIN));
+}
+
+ClientProcess::~ClientProcess()
+{
+    if (m_process.state() != QProcess::NotRunning)
+    {
+        m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+}
+
+bool ClientProcess::Start()
+{
+    m_process.start();
+    return m_process.waitForStarted(10000);
+}
+
+bool ClientProcess::Terminate(int i_timeoutMs)
+{
+    ::kill(static_cast<pid_t>(m_process.processId()), SIGTERM);
+    return m_process.waitForFinished(i_timeoutMs) && m_process.exitStatus() == QProcess::NormalExit;
+}
+
+QByteArray ClientProcess::Output()
+{
+    m_output += m_process.readAll();
+    return m_output;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+// A real client process with a home folder of its own, shown on the offscreen platform.
+class ClientProcess
+{
+public:
+    ClientProcess();
+    ~ClientProcess();
+
+    QString Home() const { return m_home.path(); }
+    QString DataFile() const { return m_home.path() + QStringLiteral("/.Tidewick"); }
+
+    bool Start();
+    bool IsRunning() const { return m_process.state() == QProcess::Running; }
+    // Sends SIGTERM and waits; true if the process exited normally within the time.
+    bool Terminate(int i_timeoutMs = 10000);
+    int ExitCode() const { return m_process.exitCode(); }
+    QProcess::ExitStatus ExitStatus() const { return m_process.exitStatus(); }
+    QByteArray Output();
+
+private:
+    QTemporaryDir m_home;
+    QProcess m_process;
+    QByteArray m_output;
+};

@@ -1,0 +1,188 @@
+#include "ServerTestSupport.h"
+
+namespace
+{
+class MessageTest : public ServerTest
+{
+protected:
+    void SetUp() override
+    {
+        ServerTest::SetUp();
+        LogIn();
+    }
+    static std::set<std::string> Names(ItemSet const& i_items)
+    {
+        std::set<std::string> l_names;
+        for (Item* lp_item : i_items)
+            l_names.insert(lp_item->AsString());
+        return l_names;
+    }
+    static std::string Owner(char const* i_room) { return Room(i_room)["room_owner"]["user"].AsString(); }
+    static std::set<std::string> Operators(char const* i_room)
+    {
+        return Names(Room(i_room).GetItems("room_operator").GetItems("user"));
+    }
+};
+
+using NameSet = std::set<std::string>;
+using Parents = std::list<std::pair<std::string, TCPAddress>>;
+
+// Users bob and carol, their records and countries; owner and operators are appended.
+Body Entered(char const* i_room)
+{
+    return Body(14).Str(i_room).U32(2).Str("bob").Str("carol").U32(0).U32(2).Stats(100, 5).Stats(200, 6).U32(0).U32(2).Str("DE").Str("FR");
+}
+} // namespace
+
+TEST_F(MessageTest, AddressStatusAndPrivilege)
+{
+    mp_server->GetUserAddress("bob");
+    SendAndSettle(Body(3).Str("bob").U32(0x01020304).U32(2234).Frame() + Body(3).Str("bob").U32(0x7F000001).U32(2235).Frame());
+    EXPECT_EQ(Attribute("bob", "user_address"), "2130706433");
+    EXPECT_EQ(Attribute("bob", "user_port"), "2235");
+    EXPECT_FALSE(Has(User("bob"), "user_address_request"));
+
+    SendAndSettle(Body(7).Str("bob").U32(0).U8(1));
+    EXPECT_FALSE(Has(User("bob"), "is_online"));
+    EXPECT_TRUE(Has(User("bob"), "is_privileged"));
+    SendAndSettle(Body(7).Str("bob").U32(2).U8(0).Frame() + Body(69).U32(1).Str("carol").Frame());
+    EXPECT_TRUE(Has(User("bob"), "is_online"));
+    EXPECT_TRUE(Has(User("bob"), "is_privileged"));
+    EXPECT_TRUE(Has(User("carol"), "is_privileged"));
+}
+
+TEST_F(MessageTest, AddUserResponseComesFirstThenSetsPresence)
+{
+    std::vector<std::string> l_events;
+    QObject::connect(mp_server.get(), &Server::AddUserResponse, mp_server.get(), [&](std::string const& i_user, bool i_added)
+                     { l_events.push_back(i_user + (i_added ? "+" : "-") + (Has(User(i_user.c_str()), "is_online") ? "on" : "")); });
+    SendAndSettle(Body(5).Str("bob").U8(1).U32(1).Stats(1, 2).Str("NL"));
+    EXPECT_TRUE(Has(User("bob"), "is_online"));
+    EXPECT_EQ(Attribute("bob", "country_code"), "NL");
+    SendAndSettle(Body(5).Str("bob").U8(1).U32(0).Stats(1, 2).Frame() + Body(5).Str("nobody").U8(0).Frame());
+    EXPECT_FALSE(Has(User("bob"), "is_online"));
+    EXPECT_EQ(l_events, (std::vector<std::string>{"bob+", "bob+on", "nobody-"}));
+}
+
+TEST_F(MessageTest, EnteredRoomSetsMembersAttributesOwnerAndOperators)
+{
+    (*d.GetType("room"))["lobby"] += (*d.GetType("user"))["gone"];
+    SendAndSettle(Entered("lobby").Str("carol").U32(1).Str("bob"));
+    EXPECT_TRUE(Has(Room("lobby"), "in_room"));
+    EXPECT_EQ(Names(Room("lobby").GetItems("user")), (NameSet{"bob", "carol"}));
+    EXPECT_EQ(Attribute("bob", "average_download_speed"), "100");
+    EXPECT_EQ(Attribute("carol", "shared_files_count"), "6");
+    EXPECT_EQ(Attribute("carol", "country_code"), "FR");
+    EXPECT_EQ(Owner("lobby"), "carol");
+    EXPECT_EQ(Operators("lobby"), (NameSet{"bob"}));
+
+    SendAndSettle(Entered("lobby")); // without owner: the earlier ones stay
+    EXPECT_EQ(Owner("lobby"), "carol");
+    EXPECT_EQ(Operators("lobby"), (NameSet{"bob"}));
+    SendAndSettle(Entered("lobby").Str("bob").U32(1).Str("carol"));
+    EXPECT_EQ(Owner("lobby"), "bob");
+    EXPECT_EQ(Operators("lobby"), (NameSet{"carol"}));
+
+    // A record count over the limit loses the records only.
+    SendAndSettle(Body(14).Str("den").U32(1).Str("dave").U32(0).U32(131073).U32(0).U32(1).Str("IT"));
+    EXPECT_TRUE(Room("den").IsConnected(User("dave")));
+    EXPECT_EQ(Attribute("dave", "country_code"), "IT");
+    EXPECT_EQ(Attribute("dave", "average_download_speed"), "");
+}
+
+TEST_F(MessageTest, JoinLeaveAndLeftRoom)
+{
+    SendAndSettle(Entered("lobby").Frame() + Body(16).Str("lobby").Str("dave").U32(1).Stats(300, 9).U32(0).Str("SE").Frame() +
+                  Body(17).Str("lobby").Str("bob").Frame());
+    EXPECT_EQ(Names(Room("lobby").GetItems("user")), (NameSet{"carol", "dave"}));
+    EXPECT_EQ(Attribute("dave", "average_download_speed"), "300");
+    EXPECT_EQ(Attribute("dave", "shared_files_count"), "9");
+    EXPECT_EQ(Attribute("dave", "country_code"), "SE");
+    SendAndSettle(Body(15).Str("lobby"));
+    EXPECT_FALSE(Has(Room("lobby"), "in_room"));
+    EXPECT_TRUE(Room("lobby").GetItems("user").empty());
+}
+
+TEST_F(MessageTest, ConnectToPeerMakesARequestWithAddressAndPrivilege)
+{
+    SendAndSettle(Body(18).Str("bob").Str("F").U32(0x0A000001).U32(2240).U32(77).U8(1));
+    ASSERT_EQ(g("peer_connection_request").size(), 1u);
+    ItemPtr const l_request = *g("peer_connection_request").begin();
+    EXPECT_EQ(l_request["peer_connection_request_id"].AsString(), "77");
+    EXPECT_EQ(l_request["peer_connection_type"].AsString(), "F");
+    EXPECT_EQ(l_request["user"].AsString(), "bob");
+    EXPECT_EQ(Attribute("bob", "user_address"), "167772161");
+    EXPECT_EQ(Attribute("bob", "user_port"), "2240");
+    EXPECT_TRUE(Has(User("bob"), "is_privileged"));
+}
+
+TEST_F(MessageTest, RoomListReplacesCountsAndKeepsUnmentionedRooms)
+{
+    SendAndSettle(Body(64).U32(2).Str("a").Str("b").U32(2).U32(5).U32(5).U32(1).Str("c").U32(1).U32(9).U32(0).U32(0).U32(0).U32(0).Frame() +
+                  Body(64).U32(1).Str("a").U32(1).U32(7).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).Frame());
+    EXPECT_EQ(Room("a")["user_count"].AsString(), "7");
+    EXPECT_EQ(Room("b")["user_count"].AsString(), "5");
+    EXPECT_EQ(Room("c")["user_count"].AsString(), "9");
+}
+
+TEST_F(MessageTest, SignalsCarryTheirValuesAndPrivateChatIsAcknowledged)
+{
+    std::vector<std::string> l_events;
+    Server* lp_server = mp_server.get();
+    auto l_record = [&](char const* i_name) { return [&l_events, i_name](auto i_value) { l_events.push_back(i_name + std::to_string(i_value)); }; };
+    QObject::connect(lp_server, &Server::DNetParentMinSpeed, lp_server, l_record("min"));
+    QObject::connect(lp_server, &Server::DNetParentSpeedConnectionRatio, lp_server, l_record("ratio"));
+    QObject::connect(lp_server, &Server::DNetDeliveryReport, lp_server, l_record("report"));
+    QObject::connect(lp_server, &Server::IndirectPeerConnectionFailure, lp_server, l_record("fail"));
+    QObject::connect(lp_server, &Server::DNetReset, lp_server, [&] { l_events.push_back("reset"); });
+    QObject::connect(lp_server, &Server::RoomChat, lp_server, [&](std::string const& i_room, std::string const& i_user, std::string const& i_text)
+                     { l_events.push_back(i_room + "/" + i_user + "/" + i_text); });
+    QObject::connect(lp_server, &Server::ReceivedUserStats, lp_server, [&](std::string const& i_user, UserStats i_stats)
+                     { l_events.push_back(i_user + std::to_string(i_stats.m_averageSpeed) + "/" + std::to_string(i_stats.m_sharedFiles)); });
+    QObject::connect(lp_server, &Server::DNetMessage, lp_server, [&](MemStream& i_message)
+                     { l_events.push_back("dnet" + std::string(i_message.GetReadBuffer(), i_message.GetPendingReadLength())); });
+    QObject::connect(lp_server, &Server::PrivateChat, lp_server, [&](std::string const& i_user, std::string const& i_text, time_t i_time, bool i_spontaneous)
+                     { l_events.push_back(i_user + ":" + i_text + "@" + std::to_string(i_time) + (i_spontaneous ? "!" : "")); });
+    SendAndSettle(Body(83).U32(10).Frame() + Body(84).U32(3).Frame() + Body(128).U32(2).Frame() + Body(1001).U32(12).Frame() +
+                  Body(130).Frame() + Body(13).Str("lobby").Str("bob").Str("hello").Frame() + Body(36).Str("bob").Stats(500, 42).Frame() +
+                  Body(93).U8(3).Raw("tail").Frame() + Body(22).U32(41).U32(1700000000).Str("bob").Str("hi").U8(1).Frame());
+    EXPECT_EQ(l_events, (std::vector<std::string>{"min10", "ratio3", "report2", "fail12", "reset", "lobby/bob/hello", "bob500/42",
+                                                  std::string("dnet\x03tail", 9), "bob:hi@1700000000!"}));
+    EXPECT_EQ(m_central.NextBody(), Body(23).U32(41).Bytes());
+}
+
+TEST_F(MessageTest, PossibleParentsAreEmittedAsFarAsTheyCouldBeRead)
+{
+    std::vector<Parents> l_lists;
+    QObject::connect(mp_server.get(), &Server::DNetPossibleParents, mp_server.get(), [&](Parents& i_list) { l_lists.push_back(i_list); });
+    SendAndSettle(Body(102).U32(2).Str("bob").U32(1).U32(2).Str("carol").U32(3).U32(4).Frame() +
+                  Body(102).U32(131073).Str("bob").U32(1).U32(2).Frame() +
+                  Body(102).U32(3).Str("bob").U32(1).U32(2).Str("carol").U32(3).Frame() +
+                  Body(102).U32(2).Str("bob").U32(1).U32(2).U32(131073).Frame());
+    EXPECT_EQ(l_lists, (std::vector<Parents>{{{"bob", TCPAddress(1, 2)}, {"carol", TCPAddress(3, 4)}},
+                                             {},
+                                             {{"bob", TCPAddress(1, 2)}},
+                                             {{"bob", TCPAddress(1, 2)}}}));
+}
+
+// Every message cut short at every length, and each code with noise: nothing may crash or end
+// the connection, and nothing is made under an empty name.
+TEST_F(MessageTest, TruncatedAndNoisyMessagesAreHarmless)
+{
+    for (Body const& l_message : {Body(3).Str("t3").U32(1).U32(2), Body(5).Str("t5").U8(1).U32(1).Stats(1, 2).Str("NL"),
+                                  Body(7).Str("t7").U32(1).U8(1), Entered("t14").Str("bob").U32(1).Str("carol"),
+                                  Body(16).Str("t16").Str("bob").U32(1).Stats(1, 2).U32(0).Str("SE"),
+                                  Body(18).Str("t18").Str("P").U32(1).U32(2).U32(3).U8(1), Body(22).U32(1).U32(2).Str("t22").Str("x").U8(0),
+                                  Body(64).U32(1).Str("t64").U32(1).U32(5).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0),
+                                  Body(102).U32(1).Str("t102").U32(1).U32(2)})
+        for (qsizetype l_cut = 4; l_cut < l_message.Bytes().size(); ++l_cut)
+            SendAndSettle(Body(static_cast<quint32>(l_cut)).Raw(l_message.Bytes().left(l_cut)).Bytes());
+    QByteArray l_noise(4000, '\0');
+    for (qsizetype l_index = 0; l_index < l_noise.size(); ++l_index)
+        l_noise[l_index] = static_cast<char>((l_index * 2654435761u) >> 13);
+    for (quint32 const l_code : {3u, 5u, 7u, 13u, 14u, 15u, 16u, 17u, 18u, 22u, 36u, 64u, 69u, 102u})
+        SendAndSettle(Body(l_code).Raw(l_noise));
+    EXPECT_TRUE(mp_server->IsConnected());
+    EXPECT_FALSE(d.GetType("user")->HasItem(""));
+    EXPECT_FALSE(d.GetType("room")->HasItem(""));
+}

@@ -6,23 +6,10 @@
 #include <sys/stat.h>
 
 #include "ClientProcess.h"
-#include "DataFileImage.h"
+#include "SavedGraph.h"
 
 namespace
 {
-void WriteFile(QString const& i_path, QByteArray const& i_bytes)
-{
-    QFile l_file(i_path);
-    ASSERT_TRUE(l_file.open(QIODevice::WriteOnly));
-    l_file.write(i_bytes);
-}
-
-QByteArray ReadFile(QString const& i_path)
-{
-    QFile l_file(i_path);
-    return l_file.open(QIODevice::ReadOnly) ? l_file.readAll() : QByteArray();
-}
-
 // Runs the client over the prepared home folder for a moment and stops it with SIGTERM.
 void RunAndStop(ClientProcess& io_client)
 {
@@ -37,24 +24,33 @@ void RunAndStop(ClientProcess& io_client)
 TEST(DataFileEndToEnd, SavedSettingsSurviveAndRunOnlyValuesDoNot)
 {
     ClientProcess l_client;
-    DataFileImage l_seed;
-    l_seed.m_types.push_back({"global", false, {{1, "username"}, {2, "password"}, {3, "listening_port"}}});
-    l_seed.m_types.push_back({"global_value", false, {{4, "e2e-user"}, {5, "s3cret"}, {6, "2299"}, {7, "600"}}});
-    l_seed.m_types.push_back({"vglobal", false, {{8, "wish_list_wait"}}});
-    l_seed.m_pairs = {{1, 4}, {2, 5}, {3, 6}, {7, 8}};
-    WriteFile(l_client.DataFile(), l_seed.Encode());
+    {
+        SavedGraph l_seed(true);
+        l_seed.Set("global", "username", "e2e-user");
+        l_seed.Set("global", "password", "s3cret");
+        l_seed.Set("global", "listening_port", "2299");
+        l_seed.Set("vglobal", "wish_list_wait", "600");
+        ASSERT_TRUE(l_seed.Save(l_client.DataFile()));
+    }
+    {
+        QFile l_seeded(l_client.DataFile());
+        ASSERT_TRUE(l_seeded.open(QIODevice::ReadOnly));
+        ASSERT_TRUE(l_seeded.readAll().contains("wish_list_wait"));
+    }
     ::chmod(l_client.DataFile().toLocal8Bit().constData(), 0644);
 
     RunAndStop(l_client);
 
-    std::optional<DataFileImage> l_saved = DataFileImage::Decode(ReadFile(l_client.DataFile()));
-    ASSERT_TRUE(l_saved.has_value());
-    EXPECT_EQ(l_saved->Setting("global", "username"), "e2e-user");
-    EXPECT_EQ(l_saved->Setting("global", "password"), "s3cret");
-    EXPECT_EQ(l_saved->Setting("global", "listening_port"), "2299");
-    EXPECT_EQ(l_saved->Find("vglobal"), nullptr);
-    for (auto const& l_value : l_saved->Find("global_value")->m_items)
-        EXPECT_NE(l_value.second, "600") << "a value held only by a run-only key was saved";
+    SavedGraph l_saved;
+    l_saved.Load(l_client.DataFile());
+    EXPECT_EQ(l_saved.Setting("global", "username"), "e2e-user");
+    EXPECT_EQ(l_saved.Setting("global", "password"), "s3cret");
+    EXPECT_EQ(l_saved.Setting("global", "listening_port"), "2299");
+    QFile l_file(l_client.DataFile());
+    ASSERT_TRUE(l_file.open(QIODevice::ReadOnly));
+    QByteArray const l_bytes = l_file.readAll();
+    EXPECT_FALSE(l_bytes.contains("vglobal"));
+    EXPECT_FALSE(l_bytes.contains("600"));
 
     struct stat l_stat = {};
     ASSERT_EQ(::stat(l_client.DataFile().toLocal8Bit().constData(), &l_stat), 0);
@@ -67,11 +63,15 @@ TEST(DataFileEndToEnd, GarbageFileStartsWithDefaultsAndExitsCleanly)
     QByteArray l_garbage;
     for (int l_n = 0; l_n < 4096; ++l_n)
         l_garbage.append(static_cast<char>((l_n * 7919 + 13) & 0xff));
-    WriteFile(l_client.DataFile(), l_garbage);
+    QFile l_file(l_client.DataFile());
+    ASSERT_TRUE(l_file.open(QIODevice::WriteOnly));
+    l_file.write(l_garbage);
+    l_file.close();
 
     RunAndStop(l_client);
 
-    std::optional<DataFileImage> l_saved = DataFileImage::Decode(ReadFile(l_client.DataFile()));
-    ASSERT_TRUE(l_saved.has_value()) << "the client did not write a sound file over the garbage";
-    EXPECT_FALSE(l_saved->Setting("global", "username").has_value());
+    SavedGraph l_saved;
+    l_saved.Load(l_client.DataFile());
+    EXPECT_FALSE(l_saved.Setting("global", "username").has_value());
+    EXPECT_EQ(l_saved.Setting("global", "use_upnp"), "yes"); // the default, written over the garbage
 }

@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <QThread>
 
 #include "CentralServerProcess.h"
 #include "ClientProcess.h"
-#include "DataFileImage.h"
+#include "SavedGraph.h"
 #include "support/RawClient.h"
 #include "support/WaitFor.h"
 
@@ -15,15 +14,12 @@ namespace
 // A home whose data file logs in with this name and password, without UPnP, and joins a room.
 void SeedClient(ClientProcess& io_client, std::string const& i_name, std::string const& i_password)
 {
-    DataFileImage l_seed;
-    l_seed.m_types.push_back({"global", false, {{1, "username"}, {2, "password"}, {3, "use_upnp"}}});
-    l_seed.m_types.push_back({"global_value", false, {{4, i_name}, {5, i_password}, {6, "no"}}});
-    l_seed.m_types.push_back({"room", false, {{7, "e2e-room"}}});
-    l_seed.m_types.push_back({"room_autojoin", true, {{8, ""}}});
-    l_seed.m_pairs = {{1, 4}, {2, 5}, {3, 6}, {7, 8}};
-    QFile l_file(io_client.DataFile());
-    ASSERT_TRUE(l_file.open(QIODevice::WriteOnly));
-    l_file.write(l_seed.Encode());
+    SavedGraph l_seed;
+    l_seed.Set("global", "username", i_name);
+    l_seed.Set("global", "password", i_password);
+    l_seed.Set("global", "use_upnp", "no");
+    l_seed.AddAutojoinRoom("e2e-room");
+    ASSERT_TRUE(l_seed.Save(io_client.DataFile()));
 }
 
 QString Quote(CentralServerProcess& io_server)
@@ -89,15 +85,10 @@ TEST(LoginEndToEnd, ClientsLogInChatReceiveMessagesAndReconnect)
         ASSERT_TRUE(lp_client->Terminate()) << lp_client->Output().toStdString();
         EXPECT_EQ(lp_client->ExitCode(), 0);
     }
-    QFile l_saved(l_alice.DataFile());
-    ASSERT_TRUE(l_saved.open(QIODevice::ReadOnly));
-    std::optional<DataFileImage> l_image = DataFileImage::Decode(l_saved.readAll());
-    ASSERT_TRUE(l_image.has_value());
-    EXPECT_EQ(l_image->Setting("global", "username"), "alice");
-    ASSERT_NE(l_image->Find("room"), nullptr);
-    EXPECT_EQ(l_image->Find("room")->m_items.front().second, "e2e-room");
-    ASSERT_NE(l_image->Find("room_autojoin"), nullptr);
-    EXPECT_EQ(l_image->Find("room_autojoin")->m_items.size(), 1u);
+    SavedGraph l_saved;
+    l_saved.Load(l_alice.DataFile());
+    EXPECT_EQ(l_saved.Setting("global", "username"), "alice");
+    EXPECT_TRUE(l_saved.IsAutojoinRoom("e2e-room"));
 
     // Logging out is seen by the server for both good clients.
     EXPECT_TRUE(lp_server->WaitForLine(QStringLiteral("logout alice"))) << Quote(*lp_server).toStdString();

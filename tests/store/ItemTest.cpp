@@ -29,7 +29,7 @@ TEST_F(ItemTest, GetItemCreatesOnlyOnAutoCreateTypes)
     EXPECT_TRUE(mp_user->HasItem("carol").IsNull());
 }
 
-TEST_F(ItemTest, ValuesFromNumbersAndAddresses)
+TEST_F(ItemTest, ValuesAndNumericConversions)
 {
     EXPECT_EQ(Value(-42).Str(), "-42");
     EXPECT_EQ(Value(4000000000u).Str(), "4000000000");
@@ -38,17 +38,14 @@ TEST_F(ItemTest, ValuesFromNumbersAndAddresses)
     Item* lp_socket = mp_socket->NewItem(&l_object);
     EXPECT_EQ(lp_socket->AsPointer<int>(), &l_object);
     EXPECT_EQ(mp_socket->HasItem(&l_object), lp_socket);
-}
 
-TEST_F(ItemTest, NumericConversionsReadLikeStreamExtraction)
-{
+    // Numbers read like stream extraction: white space skipped, stop at the first non-digit.
     EXPECT_EQ(mp_globalValue->NewItem("12abc")->AsInt(), 12);
     EXPECT_EQ(mp_globalValue->NewItem("  -7")->AsInt(), -7);
     EXPECT_EQ(mp_globalValue->NewItem("4294967295")->AsUInt(), 4294967295u);
     EXPECT_EQ(mp_globalValue->NewItem("123456789012")->AsInt64(), 123456789012LL);
     ItemPtr l_null;
     EXPECT_EQ(l_null.AsInt(), 0);
-    EXPECT_EQ(l_null.AsInt64(), 0);
     EXPECT_STREQ(l_null.AsCStr(), "");
     EXPECT_TRUE(l_null["is_online"].IsNull());
     EXPECT_TRUE(l_null.GetItems("room").empty());

@@ -1,0 +1,40 @@
+#include "SavedGraph.h"
+
+SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
+{
+    Type* lp_value = m_data.NewType("global_value", false, false, true);
+    for (char const* lp_keyType : {"global", "vglobal"})
+        m_data.NewType(lp_keyType, true, false, true)->RelateToType(lp_value, Many, One, false);
+    m_data.NewType("room", true, false, true)
+        ->RelateToType(m_data.NewType("room_autojoin", false, true, true), Many, One, false);
+    m_saver.m_savedTypes = {"global", "room_autojoin"};
+    m_saver.AddSavedByConnectionType("global_value", "global");
+    m_saver.AddSavedByConnectionType("room", "room_autojoin");
+    if (i_withRunOnlyKeys)
+    {
+        m_saver.m_savedTypes.insert("vglobal");
+        m_saver.AddSavedByConnectionType("global_value", "vglobal");
+    }
+}
+
+void SavedGraph::Set(char const* i_keyType, std::string const& i_key, std::string const& i_value)
+{
+    m_data.GetType(i_keyType)->GetItem(i_key)->Connect(m_data.GetType("global_value")->GetItem(i_value));
+}
+
+std::optional<std::string> SavedGraph::Setting(char const* i_keyType, std::string const& i_key) const
+{
+    ItemPtr const l_value = m_data.GetType(i_keyType)->HasItem(i_key)["global_value"];
+    return l_value ? std::optional<std::string>(l_value.AsString()) : std::nullopt;
+}
+
+void SavedGraph::AddAutojoinRoom(std::string const& i_room)
+{
+    m_data.GetType("room")->GetItem(i_room)->NewItem("room_autojoin");
+}
+
+bool SavedGraph::IsAutojoinRoom(std::string const& i_room) const
+{
+    ItemPtr const l_room = m_data.GetType("room")->HasItem(i_room);
+    return l_room && l_room.IsConnected("room_autojoin");
+}

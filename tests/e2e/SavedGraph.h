@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QString>
+#include <optional>
+#include <string>
+
+#include "store/Data.h"
+#include "store/DataSaver.h"
+
+// A client's data file as the tests seed and inspect it: the saved part of the client's schema
+// on a graph of its own, written and read with the store's data file code.
+class SavedGraph
+{
+public:
+    // With run-only keys, the graph also writes `vglobal` settings, which the client never does:
+    // a file that holds them shows that the client drops them.
+    explicit SavedGraph(bool i_withRunOnlyKeys = false);
+
+    void Set(char const* i_keyType, std::string const& i_key, std::string const& i_value);
+    std::optional<std::string> Setting(char const* i_keyType, std::string const& i_key) const;
+    void AddAutojoinRoom(std::string const& i_room);
+    bool IsAutojoinRoom(std::string const& i_room) const;
+
+    bool Save(QString const& i_file) { return m_saver.Save(&m_data, i_file.toLocal8Bit().constData()); }
+    void Load(QString const& i_file) { m_saver.Load(&m_data, i_file.toLocal8Bit().constData()); }
+
+private:
+    Data m_data;
+    DataSaver m_saver;
+};

@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileDialog>
+#include <QInputDialog>
 #include <QFile>
 
 #include "forms/ChangeListeningPortDialog.h"
@@ -142,6 +143,8 @@ void MainWindow::OnToolBarActionTriggered(std::string i_action)
         mp_server->EnterRoom(l_room);
     else if (i_action == "leave_room")
         mp_server->LeaveRoom(l_room);
+    else if (i_action == "create_room")
+        OnCreateRoom();
     else if (i_action == "refresh_room_list")
         mp_server->GetRoomList();
     else if (i_action == "toggle_room_autojoin")
@@ -160,6 +163,17 @@ void MainWindow::OnToolBarActionTriggered(std::string i_action)
         (new ChangeListeningPortDialog(this))->show();
     else if (i_action == "set_download_folder")
         OnSetDownloadFolder();
+}
+
+void MainWindow::OnCreateRoom()
+{
+    // The server makes a room when its first member enters it.
+    bool l_ok = false;
+    QString const l_name = QInputDialog::getText(this, QStringLiteral("Create Room"), QStringLiteral("Room name:"),
+                                                 QLineEdit::Normal, QString(), &l_ok)
+                               .trimmed();
+    if (l_ok && !l_name.isEmpty())
+        mp_server->EnterRoom(l_name.toStdString());
 }
 
 void MainWindow::OnSetDownloadFolder()

@@ -47,6 +47,7 @@ private:
     void DeclareActionSets();
     void DeclareSettingsTypes();
     void OnSetDownloadFolder();
+    void OnCreateRoom();
     void SetConnectionIcon(char const* i_icon);
     void ShowNoUsernameBox();
     void OnUsernameChanged(Item* ip_item);

@@ -6,6 +6,7 @@
 #include <QTimer>
 
 #include "AppEnvironment.h"
+#include "server/Server.h"
 #include "shell/MainWindow.h"
 #include "shell/TimerManager.h"
 #include "store/Settings.h"
@@ -65,4 +66,24 @@ TEST(MainWindow, FiveMinuteSaveWritesTheDataFile)
     QFile l_saved(l_file);
     ASSERT_TRUE(l_saved.open(QIODevice::ReadOnly));
     EXPECT_TRUE(l_saved.readAll().contains("/tmp/somewhere"));
+}
+
+TEST(MainWindow, ConnectionMenuFollowsTheServerAndOnlyAWrongPasswordIsShown)
+{
+    Ui::MainWindow* lp_ui = AppEnvironment::Window()->Widgets();
+    CloseInformationBoxes(QString());
+    emit gp_server->Connecting();
+    EXPECT_FALSE(lp_ui->actionConnect->isEnabled());
+    EXPECT_FALSE(lp_ui->actionDisconnect->isEnabled());
+    emit gp_server->Connected();
+    EXPECT_FALSE(lp_ui->actionConnect->isEnabled());
+    EXPECT_TRUE(lp_ui->actionDisconnect->isEnabled());
+    emit gp_server->Disconnected();
+    EXPECT_TRUE(lp_ui->actionConnect->isEnabled());
+    EXPECT_FALSE(lp_ui->actionDisconnect->isEnabled());
+
+    emit gp_server->ConnectionFailed("socket error");
+    EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 0);
+    emit gp_server->ConnectionFailed("INVALIDPASS");
+    EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 1);
 }

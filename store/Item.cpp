@@ -164,7 +164,7 @@ void Item::Remove()
     mp_type->m_itemRemovedEvent.Notify(lp_self);
     mp_type->mp_data->m_itemRemovedEvent.Notify(lp_self);
 
-    std::map<Type*, ItemSet> const l_connections = m_typeItemsMap;
+    TypeItemsMap const l_connections = m_typeItemsMap;
     for (auto const& l_entry : l_connections)
         for (Item* lp_other : l_entry.second)
             if (!lp_other->IsRemoved())

@@ -6,6 +6,7 @@
 
 #include "store/ItemSet.h"
 #include "store/OneOrMany.h"
+#include "store/TypeItemsMap.h"
 
 class Type;
 
@@ -23,8 +24,11 @@ public:
     bool IsConnected(char const* i_typeName) const;
     bool IsConnected(Type* ip_type) const;
     bool IsDisconnectedFromAll() const { return m_typeItemsMap.empty(); }
-    void GetConnectedItems(std::map<Type*, ItemSet>& o_items) const { o_items = m_typeItemsMap; }
-    std::map<Type*, ItemSet> const& ConnectedItems() const { return m_typeItemsMap; }
+    void GetConnectedItems(std::map<Type*, ItemSet>& o_items) const
+    {
+        o_items = std::map<Type*, ItemSet>(m_typeItemsMap.begin(), m_typeItemsMap.end());
+    }
+    TypeItemsMap const& ConnectedItems() const { return m_typeItemsMap; }
 
     Item* GetItem(char const* i_typeName) const;
     Item* HasItem(char const* i_typeName) const { return GetItem(i_typeName); }
@@ -63,7 +67,7 @@ private:
 
     Type* mp_type;
     std::string m_value;
-    std::map<Type*, ItemSet> m_typeItemsMap;
+    TypeItemsMap m_typeItemsMap;
     enum class State : unsigned char
     {
         Alive,

@@ -4,15 +4,18 @@
 #include <set>
 #include <string>
 
+#include "store/NodePool.h"
+
 class Item;
 class ItemPtr;
 
 // A set of items ordered by address: its order is arbitrary between runs, so callers that
 // need an order sort.
-class ItemSet : public std::set<Item*>
+class ItemSet : public std::set<Item*, std::less<Item*>, PoolAllocator<Item*>>
 {
 public:
-    using std::set<Item*>::set;
+    using Base = std::set<Item*, std::less<Item*>, PoolAllocator<Item*>>;
+    using Base::Base;
 
     operator ItemPtr() const; // the single item, or null; more than one is a programming error
 

@@ -8,31 +8,22 @@ protected:
     void Configure(ServerOptions& o_options) override
     {
         o_options.m_roomOwners.insert("club", "alice");
-        o_options.m_roomOperators["club"] = {"dora", "bob"};
+        o_options.m_roomOperators["club"] = {"dora", "bob", "eve", "al", "carl", "fay"};
     }
 
-    // Reads message 14 up to the countries; returns the users.
-    static QList<QByteArray> ReadEntered(Fields& io_fields, QByteArray const& i_room)
+    // Message 14 up to the countries: members, their statuses, records, slots and countries.
+    static Body Entered(QByteArray const& i_room, QList<QByteArray> const& i_users, QList<quint32> const& i_speeds)
     {
-        EXPECT_EQ(io_fields.Str(), i_room);
-        QList<QByteArray> l_users = io_fields.StrList();
-        EXPECT_EQ(io_fields.U32(), static_cast<quint32>(l_users.size()));
-        for (qsizetype l_index = 0; l_index < l_users.size(); ++l_index)
-            EXPECT_EQ(io_fields.U32(), 2u);
-        EXPECT_EQ(io_fields.U32(), static_cast<quint32>(l_users.size()));
-        for (qsizetype l_index = 0; l_index < l_users.size(); ++l_index)
-        {
-            io_fields.U32();
-            io_fields.U64();
-            io_fields.U32();
-            io_fields.U32();
-        }
-        EXPECT_EQ(io_fields.U32(), static_cast<quint32>(l_users.size()));
-        for (qsizetype l_index = 0; l_index < l_users.size(); ++l_index)
-            io_fields.U32();
-        EXPECT_EQ(io_fields.StrList().size(), l_users.size());
-        EXPECT_FALSE(io_fields.Failed());
-        return l_users;
+        Body l_body = Body(14).Str(i_room).Strs(i_users).U32(static_cast<quint32>(i_users.size()));
+        for (qsizetype l_index = 0; l_index < i_users.size(); ++l_index)
+            l_body.U32(2);
+        l_body.U32(static_cast<quint32>(i_users.size()));
+        for (quint32 const l_speed : i_speeds)
+            l_body.Stats(l_speed);
+        l_body.U32(static_cast<quint32>(i_users.size()));
+        for (qsizetype l_index = 0; l_index < i_users.size(); ++l_index)
+            l_body.U32(0);
+        return l_body.Strs(QList<QByteArray>(i_users.size()));
     }
 };
 
@@ -43,54 +34,23 @@ TEST_F(RoomTest, EnterChatAndLeaveReachEveryMember)
     auto lp_outsider = LoggedIn("carol");
 
     lp_alice->Send(Body(14).Str("lobby"));
-    std::optional<Fields> l_first = lp_alice->Take(14);
-    ASSERT_TRUE(l_first);
-    EXPECT_EQ(ReadEntered(*l_first, "lobby"), (QList<QByteArray>{"alice"}));
-    EXPECT_TRUE(l_first->AtEnd());
-
+    EXPECT_EQ(lp_alice->TakeBody(14), Entered("lobby", {"alice"}, {0}).Bytes());
     lp_bob->Send(Body(121).U32(1500));
     lp_bob->Send(Body(14).Str("lobby"));
-    std::optional<Fields> l_second = lp_bob->Take(14);
-    ASSERT_TRUE(l_second);
-    EXPECT_EQ(ReadEntered(*l_second, "lobby"), (QList<QByteArray>{"alice", "bob"}));
-
-    std::optional<Fields> l_joined = lp_alice->Take(16);
-    ASSERT_TRUE(l_joined);
-    EXPECT_EQ(l_joined->Str(), "lobby");
-    EXPECT_EQ(l_joined->Str(), "bob");
-    EXPECT_EQ(l_joined->U32(), 2u);
-    EXPECT_EQ(l_joined->U32(), 1500u);
-    l_joined->U64();
-    l_joined->U32();
-    l_joined->U32();
-    l_joined->U32();
-    l_joined->Str();
-    EXPECT_TRUE(l_joined->AtEnd());
-    EXPECT_FALSE(l_joined->Failed());
+    EXPECT_EQ(lp_bob->TakeBody(14), Entered("lobby", {"alice", "bob"}, {0, 1500}).Bytes());
+    EXPECT_EQ(lp_alice->TakeBody(16), Body(16).Str("lobby").Str("bob").U32(2).Stats(1500).U32(0).Str("").Bytes());
     EXPECT_TRUE(lp_bob->NothingOf(16, 50));
 
     lp_bob->Send(Body(13).Str("lobby").Str("hello"));
     for (RawClient* lp_member : {lp_alice.get(), lp_bob.get()})
-    {
-        std::optional<Fields> l_line = lp_member->Take(13);
-        ASSERT_TRUE(l_line);
-        EXPECT_EQ(l_line->Str(), "lobby");
-        EXPECT_EQ(l_line->Str(), "bob");
-        EXPECT_EQ(l_line->Str(), "hello");
-    }
+        EXPECT_EQ(lp_member->TakeBody(13), Body(13).Str("lobby").Str("bob").Str("hello").Bytes());
     lp_outsider->Send(Body(13).Str("lobby").Str("intrusion"));
     EXPECT_TRUE(lp_alice->NothingOf(13));
     EXPECT_TRUE(lp_outsider->NothingOf(13, 50));
 
     lp_bob->Send(Body(15).Str("lobby"));
-    std::optional<Fields> l_left = lp_bob->Take(15);
-    ASSERT_TRUE(l_left);
-    EXPECT_EQ(l_left->Str(), "lobby");
-    std::optional<Fields> l_told = lp_alice->Take(17);
-    ASSERT_TRUE(l_told);
-    EXPECT_EQ(l_told->Str(), "lobby");
-    EXPECT_EQ(l_told->Str(), "bob");
-
+    EXPECT_EQ(lp_bob->TakeBody(15), Body(15).Str("lobby").Bytes());
+    EXPECT_EQ(lp_alice->TakeBody(17), Body(17).Str("lobby").Str("bob").Bytes());
     lp_bob->Send(Body(15).Str("lobby"));
     EXPECT_TRUE(lp_bob->NothingOf(15));
 }
@@ -105,42 +65,17 @@ TEST_F(RoomTest, ListCountsMembersAndDropsEmptyRooms)
     ASSERT_TRUE(lp_bob->Take(14) && lp_bob->Take(14));
 
     lp_alice->Send(Body(64));
-    std::optional<Fields> l_list = lp_alice->Take(64);
-    ASSERT_TRUE(l_list);
-    EXPECT_EQ(l_list->StrList(), (QList<QByteArray>{"lobby", "quiet"}));
-    EXPECT_EQ(l_list->U32(), 2u);
-    EXPECT_EQ(l_list->U32(), 2u);
-    EXPECT_EQ(l_list->U32(), 1u);
-    for (int l_group = 0; l_group < 3; ++l_group)
-    {
-        EXPECT_EQ(l_list->U32(), 0u);
-        EXPECT_EQ(l_list->U32(), 0u);
-    }
-    EXPECT_TRUE(l_list->AtEnd());
-
+    EXPECT_EQ(lp_alice->TakeBody(64), Body(64).Strs({"lobby", "quiet"}).U32(2).U32(2).U32(1).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).Bytes());
     lp_bob.reset();
-    std::optional<Fields> l_gone = lp_alice->Take(17);
-    ASSERT_TRUE(l_gone);
-    EXPECT_EQ(l_gone->Str(), "lobby");
-    EXPECT_EQ(l_gone->Str(), "bob");
-
+    EXPECT_EQ(lp_alice->TakeBody(17), Body(17).Str("lobby").Str("bob").Bytes());
     lp_alice->Send(Body(64));
-    std::optional<Fields> l_after = lp_alice->Take(64);
-    ASSERT_TRUE(l_after);
-    EXPECT_EQ(l_after->StrList(), (QList<QByteArray>{"lobby"}));
-    EXPECT_EQ(l_after->U32(), 1u);
-    EXPECT_EQ(l_after->U32(), 1u);
+    EXPECT_EQ(lp_alice->TakeBody(64), Body(64).Strs({"lobby"}).U32(1).U32(1).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).Bytes());
 }
 
 TEST_F(RoomTest, OwnedRoomCarriesOwnerAndSortedOperators)
 {
     auto lp_bob = LoggedIn("bob");
     lp_bob->Send(Body(14).Str("club"));
-    std::optional<Fields> l_entered = lp_bob->Take(14);
-    ASSERT_TRUE(l_entered);
-    ReadEntered(*l_entered, "club");
-    EXPECT_EQ(l_entered->Str(), "alice");
-    EXPECT_EQ(l_entered->StrList(), (QList<QByteArray>{"bob", "dora"}));
-    EXPECT_TRUE(l_entered->AtEnd());
+    EXPECT_EQ(lp_bob->TakeBody(14), Entered("club", {"bob"}, {0}).Str("alice").Strs({"al", "bob", "carl", "dora", "eve", "fay"}).Bytes());
 }
 }

@@ -4,18 +4,10 @@ namespace
 {
 using SearchTreeTest = ServerFixture;
 
-// Reads the distributed search request that message 93 carries.
-void ExpectSearch(RawClient& io_client, QByteArray const& i_searcher, quint32 i_token,
-    QByteArray const& i_text)
+// The distributed search request that message 93 carries.
+QByteArray Search(QByteArray const& i_searcher, quint32 i_token, QByteArray const& i_text)
 {
-    std::optional<Fields> l_search = io_client.Take(93);
-    ASSERT_TRUE(l_search);
-    EXPECT_EQ(l_search->U8(), 3);
-    EXPECT_EQ(l_search->U32(), 49u);
-    EXPECT_EQ(l_search->Str(), i_searcher);
-    EXPECT_EQ(l_search->U32(), i_token);
-    EXPECT_EQ(l_search->Str(), i_text);
-    EXPECT_TRUE(l_search->AtEnd());
+    return Body(93).U8(3).U32(49).Str(i_searcher).U32(i_token).Str(i_text).Bytes();
 }
 
 TEST_F(SearchTreeTest, SearchesReachParentlessClientsButNotTheSearcher)
@@ -31,20 +23,20 @@ TEST_F(SearchTreeTest, SearchesReachParentlessClientsButNotTheSearcher)
         lp_client->Sync();
 
     lp_alice->Send(Body(26).U32(9).Str("blue song"));
-    ExpectSearch(*lp_bob, "alice", 9, "blue song");
-    ExpectSearch(*lp_silent, "alice", 9, "blue song");
+    EXPECT_EQ(lp_bob->TakeBody(93), Search("alice", 9, "blue song"));
+    EXPECT_EQ(lp_silent->TakeBody(93), Search("alice", 9, "blue song"));
     EXPECT_TRUE(lp_child->NothingOf(93));
     EXPECT_TRUE(lp_alice->NothingOf(93, 50));
 
     lp_bob->Send(Body(103).U32(10).Str("wish"));
-    ExpectSearch(*lp_alice, "bob", 10, "wish");
+    EXPECT_EQ(lp_alice->TakeBody(93), Search("bob", 10, "wish"));
     EXPECT_TRUE(lp_bob->NothingOf(93));
 
     // Losing its parent makes a client a root again.
     lp_child->Send(Body(71).U8(1));
     lp_child->Sync();
     lp_alice->Send(Body(26).U32(11).Str("again"));
-    ExpectSearch(*lp_child, "alice", 11, "again");
+    EXPECT_EQ(lp_child->TakeBody(93), Search("alice", 11, "again"));
 }
 
 TEST_F(SearchTreeTest, RootsAreOfferedOlderRootsThatCanTakeChildren)
@@ -63,13 +55,8 @@ TEST_F(SearchTreeTest, RootsAreOfferedOlderRootsThatCanTakeChildren)
     auto lp_carol = LoggedIn("carol");
     lp_carol->Send(Body(2).U32(2400));
     lp_carol->Send(Body(71).U8(1));
-    std::optional<Fields> l_parents = lp_carol->Take(102);
-    ASSERT_TRUE(l_parents);
-    EXPECT_EQ(l_parents->U32(), 1u);
-    EXPECT_EQ(l_parents->Str(), "alice");
-    EXPECT_EQ(l_parents->U32(), c_localhost);
-    EXPECT_EQ(l_parents->U32(), 2234u);
-    EXPECT_TRUE(l_parents->AtEnd());
+    Body const l_alice = Body(102).U32(1).Str("alice").U32(c_localhost).U32(2234);
+    EXPECT_EQ(lp_carol->TakeBody(102), l_alice.Bytes());
     EXPECT_TRUE(lp_alice->NothingOf(102, 50));
 
     // A younger root that starts taking children is offered to nobody older.
@@ -78,19 +65,9 @@ TEST_F(SearchTreeTest, RootsAreOfferedOlderRootsThatCanTakeChildren)
 
     // An older client that becomes a root again is offered to the younger roots.
     lp_busy->Send(Body(71).U8(1));
-    std::optional<Fields> l_more = lp_carol->Take(102);
-    ASSERT_TRUE(l_more);
-    EXPECT_EQ(l_more->U32(), 2u);
-    EXPECT_EQ(l_more->Str(), "alice");
-    l_more->U32();
-    l_more->U32();
-    EXPECT_EQ(l_more->Str(), "bob");
-    l_more->U32();
-    EXPECT_EQ(l_more->U32(), 2300u);
-    std::optional<Fields> l_forBob = lp_busy->Take(102);
-    ASSERT_TRUE(l_forBob);
-    EXPECT_EQ(l_forBob->U32(), 1u);
-    EXPECT_EQ(l_forBob->Str(), "alice");
+    EXPECT_EQ(lp_carol->TakeBody(102),
+        Body(102).U32(2).Str("alice").U32(c_localhost).U32(2234).Str("bob").U32(c_localhost).U32(2300).Bytes());
+    EXPECT_EQ(lp_busy->TakeBody(102), l_alice.Bytes());
 
     // A client with a parent is offered none.
     auto lp_dave = LoggedIn("dave");

@@ -2,147 +2,113 @@
 
 #include "support/WaitFor.h"
 
-
-Body& Body::U8(quint8 i_value)
-{
-    m_bytes.append(static_cast<char>(i_value));
-    return *this;
-}
-
 Body& Body::U32(quint32 i_value)
 {
-    for (int l_shift = 0; l_shift < 32; l_shift += 8)
-        m_bytes.append(static_cast<char>((i_value >> l_shift) & 0xff));
+    quint32 const l_value = qToLittleEndian(i_value);
+    return Raw(QByteArray(reinterpret_cast<char const*>(&l_value), 4));
+}
+
+Body& Body::Strs(QList<QByteArray> const& i_values)
+{
+    U32(static_cast<quint32>(i_values.size()));
+    for (QByteArray const& l_value : i_values)
+        Str(l_value);
     return *this;
 }
 
-Body& Body::Str(QByteArray const& i_value)
+Body& Body::Raw(QByteArray const& i_bytes)
 {
-    U32(static_cast<quint32>(i_value.size()));
-    m_bytes.append(i_value);
+    m_bytes.append(i_bytes);
     return *this;
-}
-
-bool Fields::Has(qsizetype i_count)
-{
-    if (m_failed || m_body.size() - m_at < i_count)
-        m_failed = true;
-    return !m_failed;
-}
-
-quint8 Fields::U8()
-{
-    return Has(1) ? static_cast<quint8>(m_body[m_at++]) : 0;
 }
 
 quint32 Fields::U32()
 {
-    quint32 l_value = 0;
     if (!Has(4))
         return 0;
-    for (int l_index = 0; l_index < 4; ++l_index)
-        l_value |= static_cast<quint32>(static_cast<quint8>(m_body[m_at++])) << (8 * l_index);
-    return l_value;
-}
-
-quint64 Fields::U64()
-{
-    quint64 l_low = U32();
-    return l_low | (static_cast<quint64>(U32()) << 32);
+    m_at += 4;
+    return qFromLittleEndian<quint32>(m_body.constData() + m_at - 4);
 }
 
 QByteArray Fields::Str()
 {
-    quint32 l_length = U32();
+    quint32 const l_length = U32();
     if (!Has(l_length))
         return {};
-    QByteArray l_value = m_body.mid(m_at, l_length);
     m_at += l_length;
-    return l_value;
+    return m_body.mid(m_at - l_length, l_length);
 }
 
-QList<QByteArray> Fields::StrList()
+RawClient::RawClient(quint16 i_port) : RawClient(new QTcpSocket)
 {
-    QList<QByteArray> l_values;
-    quint32 l_count = U32();
-    for (quint32 l_index = 0; l_index < l_count && !m_failed; ++l_index)
-        l_values.append(Str());
-    return l_values;
+    mp_socket->connectToHost(QHostAddress::LocalHost, i_port);
+    mp_socket->waitForConnected(3000);
 }
 
-RawClient::RawClient(quint16 i_port)
+RawClient::RawClient(QTcpSocket* ip_accepted) : mp_socket(ip_accepted)
 {
-    QObject::connect(&m_socket, &QTcpSocket::readyRead, &m_socket, [this] { OnReadyRead(); });
-    m_socket.connectToHost(QHostAddress::LocalHost, i_port);
-    m_socket.waitForConnected(3000);
-}
-
-void RawClient::Send(Body const& i_body)
-{
-    QByteArray l_frame = Body(static_cast<quint32>(i_body.Bytes().size())).Bytes() + i_body.Bytes();
-    SendRaw(l_frame);
+    mp_socket->setParent(nullptr);
+    QObject::connect(mp_socket.get(), &QTcpSocket::readyRead, mp_socket.get(), [this] { OnReadyRead(); });
+    // An accepted socket may have taken in bytes before anyone listened to it.
+    if (mp_socket->isOpen())
+        OnReadyRead();
 }
 
 void RawClient::SendRaw(QByteArray const& i_bytes)
 {
-    m_socket.write(i_bytes);
-    m_socket.flush();
+    mp_socket->write(i_bytes);
+    mp_socket->flush();
+}
+
+Body RawClient::LoginBody(QByteArray const& i_name, QByteArray const& i_password)
+{
+    return Body(1).Str(i_name).Str(i_password).U32(157).Str(QByteArray(32, 'f')).U32(100);
 }
 
 std::optional<bool> RawClient::Login(QByteArray const& i_name, QByteArray const& i_password)
 {
-    Send(Body(1).Str(i_name).Str(i_password).U32(157).Str(QByteArray(32, 'f')).U32(100));
+    Send(LoginBody(i_name, i_password));
     std::optional<Fields> l_answer = Take(1);
-    if (!l_answer)
-        return std::nullopt;
-    return l_answer->U8() != 0;
+    return l_answer ? std::optional<bool>(l_answer->U8() != 0) : std::nullopt;
+}
+
+QByteArray RawClient::TakeBody(quint32 i_code, int i_timeoutMs)
+{
+    QByteArray l_found;
+    auto const l_find = [&]
+    {
+        for (qsizetype l_index = 0; l_index < m_bodies.size(); ++l_index)
+            if (i_code == s_anyCode || Fields(m_bodies[l_index]).U32() == i_code)
+            {
+                l_found = m_bodies.takeAt(l_index);
+                return true;
+            }
+        return false;
+    };
+    WaitFor(l_find, i_timeoutMs);
+    return l_found;
 }
 
 std::optional<Fields> RawClient::Take(quint32 i_code, int i_timeoutMs)
 {
-    std::optional<Fields> l_found;
-    WaitFor(
-        [&] {
-            for (qsizetype l_index = 0; l_index < m_bodies.size(); ++l_index)
-            {
-                Fields l_fields(m_bodies[l_index]);
-                if (l_fields.U32() == i_code)
-                {
-                    m_bodies.removeAt(l_index);
-                    l_found = l_fields;
-                    return true;
-                }
-            }
-            return false;
-        },
-        i_timeoutMs);
-    return l_found;
-}
-
-bool RawClient::NothingOf(quint32 i_code, int i_waitMs)
-{
-    return !Take(i_code, i_waitMs).has_value();
-}
-
-void RawClient::Sync()
-{
-    Send(Body(64));
-    Take(64);
+    QByteArray const l_body = TakeBody(i_code, i_timeoutMs);
+    if (l_body.isEmpty())
+        return std::nullopt;
+    return Fields(l_body.mid(4));
 }
 
 bool RawClient::WaitClosed(int i_timeoutMs)
 {
-    return WaitFor([this] { return m_socket.state() == QAbstractSocket::UnconnectedState; },
-        i_timeoutMs);
+    return WaitFor([this] { return mp_socket->state() == QAbstractSocket::UnconnectedState; }, i_timeoutMs);
 }
 
 void RawClient::OnReadyRead()
 {
-    m_pending.append(m_socket.readAll());
+    m_pending.append(mp_socket->readAll());
     while (m_pending.size() >= 4)
     {
-        quint32 l_length = Fields(m_pending.left(4)).U32();
-        if (m_pending.size() < 4 + static_cast<qsizetype>(l_length))
+        quint32 const l_length = qFromLittleEndian<quint32>(m_pending.constData());
+        if (m_pending.size() - 4 < static_cast<qsizetype>(l_length))
             return;
         m_bodies.append(m_pending.mid(4, l_length));
         m_pending.remove(0, 4 + l_length);

@@ -1,102 +1,71 @@
-#include <QDateTime>
-#include <QPlainTextEdit>
-#include <QRegularExpression>
-#include <QTreeWidget>
-
 #include "ShellEnvironment.h"
-#include "shell/DiagnosticsForm.h"
 #include "store/Log.h"
 
 namespace
 {
 QTabWidget* Tabs() { return diagnosticsForm->findChild<QTabWidget*>(S("logTabWidget")); }
 
-QList<int> TabIndexes(QString const& i_area)
-{
-    QList<int> l_indexes;
-    for (int l_index = 0; l_index < Tabs()->count(); ++l_index)
-        if (Tabs()->tabText(l_index) == i_area)
-            l_indexes << l_index;
-    return l_indexes;
-}
-
-QStringList Lines(QString const& i_area)
+QStringList Lines(char const* i_area)
 {
     diagnosticsForm->FlushPendingLines();
-    auto* lp_view = qobject_cast<QPlainTextEdit*>(Tabs()->widget(TabIndexes(i_area).value(0, -1)));
+    auto* lp_view = qobject_cast<QPlainTextEdit*>(d.GetType("log")->HasItem(i_area)["log_widget"].AsPointer<QObject>());
     return lp_view ? lp_view->toPlainText().split(QLatin1Char('\n')) : QStringList();
 }
 
-// Tracked user -> status, as the tree shows them.
-QMap<QString, QString> TrackedRows()
+// The tracked users as the tree shows them, in its order.
+QString TrackedRows()
 {
-    QMap<QString, QString> l_rows;
+    QStringList l_rows;
     auto* lp_tree = diagnosticsForm->findChild<QTreeWidget*>(S("trackedUsersTree"));
     for (int l_row = 0; l_row < lp_tree->topLevelItemCount(); ++l_row)
-        l_rows.insert(lp_tree->topLevelItem(l_row)->text(0), lp_tree->topLevelItem(l_row)->text(1));
-    return l_rows;
+        l_rows << lp_tree->topLevelItem(l_row)->text(0) + QLatin1Char(' ') + lp_tree->topLevelItem(l_row)->text(1);
+    return l_rows.join(S(", "));
 }
 
-TEST(DiagnosticsFormTest, LinesCarryTheTimeStampThenThreeSpacesPerLevelAboveOne)
+TEST(DiagnosticsFormTest, OneTabPerAreaInOrderOfFirstUseWithStampedLinesIndentedWithinABound)
 {
+    int const l_tabs = Tabs()->count();
     QDateTime const l_before = QDateTime::currentDateTime().addSecs(-1);
-    for (int l_level = 0; l_level <= 3; ++l_level)
-        Log(S("Levels"), l_level, S("text"), d.GetType("user")->GetItem("early_user"));
-    QStringList const l_lines = Lines(S("Levels"));
-    ASSERT_EQ(l_lines.size(), 4);
-
-    QRegularExpression const l_format(S("^\\[([^\\]]+)\\] (.*)$"));
-    QStringList const l_bodies{S("text"), S("text"), S("   text"), S("      text")};
-    for (int l_n = 0; l_n < 4; ++l_n)
-    {
-        QRegularExpressionMatch const l_match = l_format.match(l_lines[l_n]);
-        ASSERT_TRUE(l_match.hasMatch()) << l_lines[l_n].toStdString();
-        EXPECT_EQ(l_match.captured(2), l_bodies[l_n]);
-        QDateTime const l_stamp = QDateTime::fromString(l_match.captured(1), Qt::TextDate);
-        EXPECT_TRUE(l_stamp >= l_before && l_stamp <= QDateTime::currentDateTime()) << l_lines[l_n].toStdString();
-    }
-}
-
-TEST(DiagnosticsFormTest, OneTabAndOnePairOfItemsPerAreaInOrderOfFirstUse)
-{
-    Log(S("Peer Messenger"), 1, S("first"));
+    std::pair<int, int> const l_levelsAndIndents[] = {{-5, 0}, {0, 0}, {1, 0}, {2, 3}, {3, 6}, {1000000, 96}};
     Log(S("peer messenger"), 1, S("other case"));
-    Log(S("Peer Messenger"), 2, S("second"));
-    QList<int> const l_upper = TabIndexes(S("Peer Messenger"));
-    QList<int> const l_lower = TabIndexes(S("peer messenger"));
-    ASSERT_EQ(l_upper.size(), 1);
-    ASSERT_EQ(l_lower.size(), 1);
-    EXPECT_LT(l_upper.first(), l_lower.first());
-    EXPECT_EQ(Lines(S("Peer Messenger")).size(), 2);
-    EXPECT_EQ(Lines(S("peer messenger")).size(), 1);
+    for (auto [l_level, l_indent] : l_levelsAndIndents)
+        Log(S("Peer Messenger"), l_level, S("text"));
+    Log(S("peer messenger"), 1, S("again"));
+    ASSERT_EQ(Tabs()->count(), l_tabs + 2);
+    EXPECT_EQ(Tabs()->tabText(l_tabs), S("peer messenger"));
+    EXPECT_EQ(Tabs()->tabText(l_tabs + 1), S("Peer Messenger"));
+    EXPECT_EQ(Lines("peer messenger").size(), 2);
 
-    EXPECT_EQ(d.GetType("log")->HasItem("Peer Messenger")["log_widget"].AsPointer<QObject>(),
-              Tabs()->widget(l_upper.first()));
-    EXPECT_EQ(d.GetType("log")->ItemCount(), std::size_t(Tabs()->count()));
-    EXPECT_EQ(d.GetType("log_widget")->ItemCount(), std::size_t(Tabs()->count()));
+    QStringList const l_lines = Lines("Peer Messenger");
+    ASSERT_EQ(l_lines.size(), std::ssize(l_levelsAndIndents));
+    for (qsizetype l_n = 0; l_n < l_lines.size(); ++l_n)
+    {
+        QStringList const l_parts = l_lines[l_n].split(S("] "));
+        QDateTime const l_stamp = QDateTime::fromString(l_parts[0].mid(1), Qt::TextDate);
+        EXPECT_TRUE(l_stamp >= l_before && l_stamp <= QDateTime::currentDateTime()) << l_lines[l_n].toStdString();
+        EXPECT_EQ(l_parts.value(1), QString(l_levelsAndIndents[l_n].second, QLatin1Char(' ')) + S("text"))
+            << "level " << l_levelsAndIndents[l_n].first;
+    }
 }
 
 TEST(DiagnosticsFormTest, TrackedUsersShowTheirOnlineStateUntilUntracked)
 {
-    EXPECT_EQ(TrackedRows().value(S("early_user")), S("Offline"));
+    EXPECT_EQ(TrackedRows(), S("early_user Offline"));
     ItemPtr const l_ann = d.GetType("user")->GetItem("ann");
     ItemPtr const l_bo = d.GetType("user")->GetItem("bo");
     l_ann.NewItem("is_tracked");
     l_bo.NewItem("is_online");
-    EXPECT_EQ(TrackedRows().value(S("ann")), S("Offline"));
-    EXPECT_FALSE(TrackedRows().contains(S("bo")));
-
+    EXPECT_EQ(TrackedRows(), S("ann Offline, early_user Offline"));
     l_ann.NewItem("is_online");
-    EXPECT_EQ(TrackedRows().value(S("ann")), S("Online"));
     l_bo.NewItem("is_tracked");
-    EXPECT_EQ(TrackedRows().value(S("bo")), S("Online"));
+    EXPECT_EQ(TrackedRows(), S("ann Online, bo Online, early_user Offline"));
     l_ann.Disconnect("is_online");
-    EXPECT_EQ(TrackedRows().value(S("ann")), S("Offline"));
+    EXPECT_EQ(TrackedRows(), S("ann Offline, bo Online, early_user Offline"));
 
     l_ann.Disconnect("is_tracked");
     l_ann.NewItem("is_online");
     l_bo.Remove();
-    EXPECT_EQ(TrackedRows().keys(), QStringList{S("early_user")});
+    EXPECT_EQ(TrackedRows(), S("early_user Offline"));
     EXPECT_EQ(d.GetType("track_user_node")->ItemCount(), 1u);
     l_ann.Remove();
 }

@@ -310,18 +310,22 @@ void Server::GetUserAddress(std::string const& i_user)
     ItemPtr const l_user = d.GetType("user")->GetItem(i_user);
     if (l_user.IsConnected("user_address_request"))
         return;
-    MemStream l_message = NewMessage(ServerCode::UserAddress);
-    l_message.Write(i_user);
-    SendMessage(l_message);
+    SendStrings(ServerCode::UserAddress, {i_user});
     // Kept while no answer came, so that the next login asks again.
     l_user.NewItem("user_address_request");
 }
 
+void Server::SendStrings(int i_code, std::initializer_list<std::string> i_fields)
+{
+    MemStream l_message = NewMessage(i_code);
+    for (std::string const& l_field : i_fields)
+        l_message.Write(l_field);
+    SendMessage(l_message);
+}
+
 void Server::AddUser(std::string const& i_user)
 {
-    MemStream l_message = NewMessage(ServerCode::AddUser);
-    l_message.Write(i_user);
-    SendMessage(l_message);
+    SendStrings(ServerCode::AddUser, {i_user});
 }
 
 void Server::TrackUser(std::string const& i_user)
@@ -340,31 +344,22 @@ void Server::UntrackUser(std::string const& i_user)
     if (!l_user || !l_user.IsConnected("is_tracked"))
         return;
     l_user.Disconnect("is_tracked");
-    MemStream l_message = NewMessage(ServerCode::UntrackUser);
-    l_message.Write(i_user);
-    SendMessage(l_message);
+    SendStrings(ServerCode::UntrackUser, {i_user});
 }
 
 void Server::GetUserStatus(std::string const& i_user)
 {
-    MemStream l_message = NewMessage(ServerCode::UserStatus);
-    l_message.Write(i_user);
-    SendMessage(l_message);
+    SendStrings(ServerCode::UserStatus, {i_user});
 }
 
 void Server::SendRoomChat(std::string const& i_room, std::string const& i_text)
 {
-    MemStream l_message = NewMessage(ServerCode::RoomChat);
-    l_message.Write(i_room);
-    l_message.Write(i_text);
-    SendMessage(l_message);
+    SendStrings(ServerCode::RoomChat, {i_room, i_text});
 }
 
 void Server::EnterRoom(std::string const& i_room)
 {
-    MemStream l_message = NewMessage(ServerCode::EnterRoom);
-    l_message.Write(i_room);
-    SendMessage(l_message);
+    SendStrings(ServerCode::EnterRoom, {i_room});
 }
 
 void Server::LeaveRoom(std::string const& i_room)
@@ -372,9 +367,7 @@ void Server::LeaveRoom(std::string const& i_room)
     ItemPtr const l_room = d.GetType("room")->HasItem(i_room);
     if (!l_room || !l_room.IsConnected("in_room"))
         return;
-    MemStream l_message = NewMessage(ServerCode::LeaveRoom);
-    l_message.Write(i_room);
-    SendMessage(l_message);
+    SendStrings(ServerCode::LeaveRoom, {i_room});
 }
 
 unsigned int Server::SendIndirectConnectionRequest(std::string const& i_user, std::string const& i_type)
@@ -392,10 +385,7 @@ unsigned int Server::SendIndirectConnectionRequest(std::string const& i_user, st
 
 void Server::SendPrivateChat(std::string const& i_user, std::string const& i_text)
 {
-    MemStream l_message = NewMessage(ServerCode::PrivateChat);
-    l_message.Write(i_user);
-    l_message.Write(i_text);
-    SendMessage(l_message);
+    SendStrings(ServerCode::PrivateChat, {i_user, i_text});
 }
 
 void Server::SendPrivateChatAck(std::uint32_t i_id)
@@ -423,9 +413,7 @@ unsigned int Server::FileSearch(std::string const& i_search, bool i_wishList)
 
 void Server::GetUserStats(std::string const& i_user)
 {
-    MemStream l_message = NewMessage(ServerCode::UserStats);
-    l_message.Write(i_user);
-    SendMessage(l_message);
+    SendStrings(ServerCode::UserStats, {i_user});
 }
 
 void Server::GetRoomList()
@@ -465,9 +453,7 @@ void Server::SendDNetLevel(int i_level)
 
 void Server::SendDNetGroupLeader(std::string const& i_user)
 {
-    MemStream l_message = NewMessage(ServerCode::DNetGroupLeader);
-    l_message.Write(i_user);
-    SendMessage(l_message);
+    SendStrings(ServerCode::DNetGroupLeader, {i_user});
 }
 
 void Server::SendChildDepth(bool i_value)

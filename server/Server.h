@@ -8,6 +8,7 @@
 #include <ctime>
 #include <list>
 #include <memory>
+#include <initializer_list>
 #include <string>
 #include <utility>
 
@@ -54,6 +55,8 @@ public:
     // Frames the message and writes it. Unless forced, only a logged-in link sends; a forced
     // message (the login) goes out while connecting too. Nothing is queued.
     void SendMessage(MemStream& i_message, bool i_force = false);
+    // Sends a message whose body after the code is a run of strings.
+    void SendStrings(int i_code, std::initializer_list<std::string> i_fields);
 
     void SetWaitPort(int i_port);
     void GetUserAddress(std::string const& i_user);

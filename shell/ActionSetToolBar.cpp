@@ -117,31 +117,29 @@ ItemPtr ActionSetToolBar::WidgetItem(QWidget* ip_widget, char const* i_call) con
 
 void ActionSetToolBar::AddWidgetKey(QWidget* ip_widget, QString const& i_key, QString const& i_value)
 {
-    ItemPtr const l_widget = WidgetItem(ip_widget, "AddWidgetKey");
-    ItemPtr const l_key = KeyItem("action_key", i_key.toStdString());
-    // A second call for the same key replaces the value rather than adding a rival pair.
-    ItemPtr l_pair = d.GetItem(l_widget, l_key, "action_key_value_pair");
-    if (!l_pair)
-    {
-        l_pair = d.GetType("action_key_value_pair")->NewItem();
-        l_pair += l_key;
-        l_pair += l_widget;
-    }
-    l_pair += KeyItem("action_value", i_value.toStdString());
+    SetWidgetKeyPair(WidgetItem(ip_widget, "AddWidgetKey"), i_key, "action_key_value_pair",
+                     KeyItem("action_value", i_value.toStdString()));
 }
 
 void ActionSetToolBar::AddWidgetColumnKey(QWidget* ip_widget, QString const& i_key, int i_column)
 {
-    ItemPtr const l_widget = WidgetItem(ip_widget, "AddWidgetColumnKey");
+    SetWidgetKeyPair(WidgetItem(ip_widget, "AddWidgetColumnKey"), i_key, "action_key_column_pair",
+                     KeyItem("action_column", i_column));
+}
+
+void ActionSetToolBar::SetWidgetKeyPair(ItemPtr i_widget, QString const& i_key, char const* i_pairType,
+                                        ItemPtr i_value)
+{
     ItemPtr const l_key = KeyItem("action_key", i_key.toStdString());
-    ItemPtr l_pair = d.GetItem(l_widget, l_key, "action_key_column_pair");
+    // A second call for the same key replaces the value rather than adding a rival pair.
+    ItemPtr l_pair = d.GetItem(i_widget, l_key, i_pairType);
     if (!l_pair)
     {
-        l_pair = d.GetType("action_key_column_pair")->NewItem();
+        l_pair = d.GetType(i_pairType)->NewItem();
         l_pair += l_key;
-        l_pair += l_widget;
+        l_pair += i_widget;
     }
-    l_pair += KeyItem("action_column", i_column);
+    l_pair += i_value;
 }
 
 void ActionSetToolBar::SetWidgetActionText(QWidget* ip_widget, QString const& i_id, QString const& i_text)

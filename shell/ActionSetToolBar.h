@@ -48,6 +48,7 @@ private slots:
 private:
     ItemPtr WidgetItem(QWidget* ip_widget, char const* i_call) const;
     void RemoveSetActions();
+    void SetWidgetKeyPair(ItemPtr i_widget, QString const& i_key, char const* i_pairType, ItemPtr i_value);
 
     QString m_currentSet;
     ItemPtr m_currentWidgetItem;

@@ -10,6 +10,7 @@
 
 #include "forms/ChangeListeningPortDialog.h"
 #include "forms/ChangeUsernamePasswordDialog.h"
+#include "forms/UserListForm.h"
 #include "portforward/PortForwarder.h"
 #include "server/Server.h"
 #include "shell/ActionSetToolBar.h"
@@ -31,6 +32,8 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_ui->setupUi(this);
     addToolBar(Qt::TopToolBarArea, new ActionSetToolBar(this));
     mp_ui->diagnosticsTabLayout->addWidget(new DiagnosticsForm(mp_ui->diagnosticsTab));
+    mp_userListForm = new UserListForm(mp_ui->usersTab);
+    mp_ui->usersTabLayout->addWidget(mp_userListForm);
     mp_ui->actionDisconnect->setEnabled(false);
 
     SetConnectionIcon(":/icons/offline_icon");
@@ -86,6 +89,8 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     new PathNode(lp_newPort, "global_value", TriggerConnected);
     ListenPath(lp_newPort, &MainWindow::OnNewListeningPortChanged);
 
+    mp_userListForm->Init();
+
     connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, this, &MainWindow::EveryFiveMinutes);
 }
 
@@ -131,9 +136,14 @@ void MainWindow::DeclareActionSets()
 
 void MainWindow::OnMainWindowTabChanged(int)
 {
-    // Focus selects the tool bar's action set, so the Options page hands it to its inner tab.
-    if (mp_ui->mainTabWidget->currentWidget() == mp_ui->optionsTab && mp_ui->optionsTabWidget->currentWidget())
+    // Focus selects the tool bar's action set, so the pages with inner tabs hand it to the
+    // current one: the Options page, and the Users page, whose actions would otherwise show
+    // only after a click into its list.
+    QWidget* lp_page = mp_ui->mainTabWidget->currentWidget();
+    if (lp_page == mp_ui->optionsTab && mp_ui->optionsTabWidget->currentWidget())
         mp_ui->optionsTabWidget->currentWidget()->setFocus(Qt::OtherFocusReason);
+    else if (lp_page == mp_ui->usersTab)
+        mp_userListForm->FocusCurrentPage();
 }
 
 void MainWindow::OnToolBarActionTriggered(std::string i_action)

@@ -12,6 +12,7 @@ class MainWindow;
 }
 class Item;
 class Server;
+class UserListForm;
 
 // The application shell: builds every manager in a fixed order, loads the data file and
 // starts the connection; its destruction saves and tears everything down.
@@ -24,6 +25,7 @@ public:
 
     static std::string DataFileName();
     Ui::MainWindow* Widgets() { return mp_ui.get(); }
+    UserListForm* UserList() { return mp_userListForm; }
 
 public slots:
     void EveryFiveMinutes();
@@ -55,6 +57,7 @@ private:
 
     std::unique_ptr<Ui::MainWindow> mp_ui;
     Server* mp_server = nullptr;
+    UserListForm* mp_userListForm = nullptr;
 };
 
 extern MainWindow* mainWindow;

@@ -4,7 +4,7 @@
 #include <QLineEdit>
 #include <QPointer>
 
-#include "AppEnvironment.h"
+#include "support/AppEnvironment.h"
 #include "forms/ChangeListeningPortDialog.h"
 #include "forms/ChangeUsernamePasswordDialog.h"
 #include "shell/MainWindow.h"

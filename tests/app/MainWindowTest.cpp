@@ -5,7 +5,7 @@
 #include <QTabWidget>
 #include <QTimer>
 
-#include "AppEnvironment.h"
+#include "support/AppEnvironment.h"
 #include "server/Server.h"
 #include "shell/MainWindow.h"
 #include "shell/TimerManager.h"

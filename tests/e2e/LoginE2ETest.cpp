@@ -12,13 +12,17 @@
 namespace
 {
 // A home whose data file logs in with this name and password, without UPnP, and joins a room.
-void SeedClient(ClientProcess& io_client, std::string const& i_name, std::string const& i_password)
+// The home may also keep one user on its user list, in one group.
+void SeedClient(ClientProcess& io_client, std::string const& i_name, std::string const& i_password,
+                std::string const& i_listedUser = std::string())
 {
     SavedGraph l_seed;
     l_seed.Set("global", "username", i_name);
     l_seed.Set("global", "password", i_password);
     l_seed.Set("global", "use_upnp", "no");
     l_seed.AddAutojoinRoom("e2e-room");
+    if (!i_listedUser.empty())
+        l_seed.ListUser(i_listedUser, {"friends"});
     ASSERT_TRUE(l_seed.Save(io_client.DataFile()));
 }
 
@@ -37,10 +41,16 @@ TEST(LoginEndToEnd, ClientsLogInChatReceiveMessagesAndReconnect)
 
     ClientProcess l_alice;
     ClientProcess l_bob;
-    SeedClient(l_alice, "alice", "alice-pw");
+    SeedClient(l_alice, "alice", "alice-pw", "bob");
     SeedClient(l_bob, "bob", "bob-pw");
+
+    // Alice keeps bob on her user list, so she tracks him from her login on, and hears of him
+    // coming online.
     ASSERT_TRUE(l_alice.Start());
+    ASSERT_TRUE(lp_server->WaitForLine(QStringLiteral("track alice bob"), 20000)) << Quote(*lp_server).toStdString();
     ASSERT_TRUE(l_bob.Start());
+    ASSERT_TRUE(lp_server->WaitForLine(QStringLiteral("status bob online to alice"), 20000))
+        << Quote(*lp_server).toStdString();
 
     // Both log in by themselves and enter the room they keep for auto-join.
     for (char const* lp_line : {"login alice from 127.0.0.1", "login bob from 127.0.0.1", "enter room alice e2e-room",
@@ -78,17 +88,26 @@ TEST(LoginEndToEnd, ClientsLogInChatReceiveMessagesAndReconnect)
     WaitFor([] { return false; }, 5000);
     EXPECT_EQ(lp_server->CountLines(QStringLiteral("login refused")), 0) << Quote(*lp_server).toStdString();
     EXPECT_EQ(lp_server->CountLines(QStringLiteral("login bob")), 1) << Quote(*lp_server).toStdString();
+    // Tracking is asked for again on the new link, and bob's leaving reaches alice.
+    EXPECT_TRUE(lp_server->WaitForLine(QStringLiteral("track alice bob"))) << Quote(*lp_server).toStdString();
 
-    // All three close cleanly, and the saved files keep the login and the auto-join room.
-    for (ClientProcess* lp_client : {&l_alice, &l_bob, &l_impostor})
+    // All three close cleanly, and the saved files keep the login, the auto-join room and the
+    // user list with its group.
+    for (ClientProcess* lp_client : {&l_bob, &l_alice, &l_impostor})
     {
         ASSERT_TRUE(lp_client->Terminate()) << lp_client->Output().toStdString();
         EXPECT_EQ(lp_client->ExitCode(), 0);
+        if (lp_client == &l_bob)
+        {
+            EXPECT_TRUE(lp_server->WaitForLine(QStringLiteral("status bob offline to alice")))
+                << Quote(*lp_server).toStdString();
+        }
     }
     SavedGraph l_saved;
     l_saved.Load(l_alice.DataFile());
     EXPECT_EQ(l_saved.Setting("global", "username"), "alice");
     EXPECT_TRUE(l_saved.IsAutojoinRoom("e2e-room"));
+    EXPECT_EQ(l_saved.ListedUserGroups("bob"), std::vector<std::string>{"friends"});
 
     // Logging out is seen by the server for both good clients.
     EXPECT_TRUE(lp_server->WaitForLine(QStringLiteral("logout alice"))) << Quote(*lp_server).toStdString();

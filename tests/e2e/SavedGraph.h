@@ -3,6 +3,7 @@
 #include <QString>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "store/Data.h"
 #include "store/DataSaver.h"
@@ -20,6 +21,9 @@ public:
     std::optional<std::string> Setting(char const* i_keyType, std::string const& i_key) const;
     void AddAutojoinRoom(std::string const& i_room);
     bool IsAutojoinRoom(std::string const& i_room) const;
+    void ListUser(std::string const& i_user, std::vector<std::string> const& i_groups);
+    // The groups of a user on the list, sorted; nothing when the user is not on the list.
+    std::optional<std::vector<std::string>> ListedUserGroups(std::string const& i_user) const;
 
     bool Save(QString const& i_file) { return m_saver.Save(&m_data, i_file.toLocal8Bit().constData()); }
     void Load(QString const& i_file) { m_saver.Load(&m_data, i_file.toLocal8Bit().constData()); }

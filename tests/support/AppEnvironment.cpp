@@ -1,4 +1,4 @@
-#include "AppEnvironment.h"
+#include "support/AppEnvironment.h"
 
 #include <QApplication>
 #include <QMessageBox>

@@ -1,0 +1,70 @@
+#include "forms/UserMenuOptions.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QMenu>
+
+#include "forms/UserGroupsDialog.h"
+#include "store/Data.h"
+
+namespace
+{
+// Gets the user by name, which makes it if needed; an entry without a name reaches nobody.
+ItemPtr UserItem(std::string const& i_user)
+{
+    return i_user.empty() ? ItemPtr() : ItemPtr(d.GetType("user")->GetItem(i_user));
+}
+
+void OpenGroupsDialog(std::string const& i_user)
+{
+    (new UserGroupsDialog(i_user, QApplication::activeWindow()))->show();
+}
+} // namespace
+
+UserMenuOptions::UserMenuOptions(QMenu* ip_menu, std::string const& i_user, QObject* ip_parent)
+    : QObject(ip_parent)
+{
+    QVariant const l_user = QString::fromStdString(i_user);
+    auto l_add = [&](char const* i_icon, char const* i_text, void (UserMenuOptions::*i_slot)())
+    {
+        QAction* lp_action = ip_menu->addAction(QIcon(QString::fromLatin1(i_icon)), QString::fromUtf8(i_text));
+        lp_action->setData(l_user);
+        connect(lp_action, &QAction::triggered, this, i_slot);
+    };
+    if (UserItem(i_user)["in_user_list"])
+    {
+        l_add(":/icons/users_icon", "Set user's groups", &UserMenuOptions::OnSetGroups);
+        l_add(":/icons/remove_user_icon", "Remove user from list", &UserMenuOptions::OnRemoveFromList);
+    }
+    else
+        l_add(":/icons/add_user_icon", "Add user to list", &UserMenuOptions::OnAddToList);
+}
+
+std::string UserMenuOptions::SenderUser(QObject* ip_sender)
+{
+    auto* lp_action = qobject_cast<QAction*>(ip_sender);
+    return lp_action ? lp_action->data().toString().toStdString() : std::string();
+}
+
+void UserMenuOptions::OnSetGroups()
+{
+    if (UserItem(SenderUser(sender())))
+        OpenGroupsDialog(SenderUser(sender()));
+}
+
+void UserMenuOptions::OnRemoveFromList()
+{
+    if (ItemPtr const l_user = UserItem(SenderUser(sender())))
+        l_user.Disconnect("in_user_list");
+}
+
+void UserMenuOptions::OnAddToList()
+{
+    std::string const l_user = SenderUser(sender());
+    ItemPtr const l_item = UserItem(l_user);
+    if (!l_item)
+        return;
+    if (!l_item["in_user_list"])
+        l_item.NewItem("in_user_list");
+    OpenGroupsDialog(l_user);
+}

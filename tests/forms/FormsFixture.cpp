@@ -1,0 +1,62 @@
+#include "FormsFixture.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QPointer>
+#include <QTreeWidget>
+
+#include "forms/UserListForm.h"
+#include "server/Server.h"
+#include "shell/MainWindow.h"
+#include "store/Settings.h"
+#include "support/AppEnvironment.h"
+#include "support/WaitFor.h"
+
+void FormsTest::SetUp()
+{
+    mp_window = AppEnvironment::Window();
+    CloseInformationBoxes(QString());
+    mp_form = mp_window->UserList();
+}
+
+void FormsTest::TearDown()
+{
+    gp_server->Disconnect();
+    CloseDialogs();
+}
+
+void FormsTest::LogIn()
+{
+    ASSERT_TRUE(m_listener.listen(QHostAddress::LocalHost, 0));
+    gp_server->SetAddress(QStringLiteral("127.0.0.1"), m_listener.serverPort());
+    SetGlobal("username", "me");
+    SetGlobal("password", "pw");
+    gp_server->Connect();
+    ASSERT_TRUE(WaitFor([this] { return m_listener.hasPendingConnections(); }));
+    mp_central = std::make_unique<RawClient>(m_listener.nextPendingConnection());
+    ASSERT_EQ(mp_central->Next().left(4), Body(1).Bytes());
+    mp_central->Send(Body(1).U8(1).Str("welcome").U32(0).Str(""));
+    ASSERT_TRUE(WaitFor([] { return gp_server->IsConnected(); }));
+    while (!mp_central->Next(300).isEmpty())
+    {
+    }
+}
+
+QTreeWidgetItem* FormsTest::Row(QTreeWidget* ip_tree, char const* i_name)
+{
+    QList<QTreeWidgetItem*> const l_rows =
+        ip_tree->findItems(QString::fromUtf8(i_name), Qt::MatchExactly | Qt::MatchCaseSensitive, 0);
+    return l_rows.size() == 1 ? l_rows.front() : nullptr;
+}
+
+void FormsTest::CloseDialogs()
+{
+    // A dialog may own another, so each is looked at only while it still lives.
+    QList<QPointer<QDialog>> l_dialogs;
+    for (QWidget* lp_widget : QApplication::topLevelWidgets())
+        if (auto* lp_dialog = qobject_cast<QDialog*>(lp_widget))
+            l_dialogs << lp_dialog;
+    for (QPointer<QDialog> const& lp_dialog : l_dialogs)
+        delete lp_dialog.data();
+    QApplication::processEvents();
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <QString>
+#include <QTcpServer>
+#include <memory>
+
+#include "store/Data.h"
+#include "support/RawClient.h"
+
+class MainWindow;
+class QTreeWidget;
+class QTreeWidgetItem;
+class UserListForm;
+
+inline void PrintTo(QString const& i_text, std::ostream* op_stream) { *op_stream << i_text.toStdString(); }
+
+// The forms on the process's one main window, and a loopback listener that stands in for the
+// central server when a test needs the client logged in.
+class FormsTest : public ::testing::Test
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Logs the window's server link in at the listener; what the link sends on login is read
+    // and dropped, so mp_central then holds only what follows.
+    void LogIn();
+    bool NothingSent() { return mp_central->Next(200).isEmpty(); }
+
+    static ItemPtr User(char const* i_name) { return d.GetType("user")->GetItem(i_name); }
+    static bool Has(ItemPtr i_item, char const* i_type) { return i_item && i_item.HasItem(i_type); }
+    static QTreeWidgetItem* Row(QTreeWidget* ip_tree, char const* i_name);
+    // Closes and deletes the dialogs that tests opened.
+    static void CloseDialogs();
+
+    MainWindow* mp_window = nullptr;
+    UserListForm* mp_form = nullptr;
+    QTcpServer m_listener;
+    std::unique_ptr<RawClient> mp_central;
+};

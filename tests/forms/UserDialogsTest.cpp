@@ -1,0 +1,225 @@
+#include <QApplication>
+#include <QGroupBox>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTabWidget>
+#include <QtTest>
+#include <QTreeWidget>
+
+#include "FormsFixture.h"
+#include "shell/MainWindow.h"
+#include "ui_MainWindow.h"
+#include "forms/AddUserDialog.h"
+#include "forms/UserGroupConfigDialog.h"
+#include "forms/UserGroupsDialog.h"
+#include "forms/UserListForm.h"
+#include "shell/ActionSetToolBar.h"
+#include "support/WaitFor.h"
+
+namespace
+{
+template <class Widget>
+Widget* Child(QWidget* ip_dialog, char const* i_name)
+{
+    return ip_dialog->findChild<Widget*>(QString::fromLatin1(i_name));
+}
+
+// The rows of a list as "name" or "name*" when checked.
+QStringList Rows(QListWidget* ip_list)
+{
+    QStringList l_rows;
+    for (int l_index = 0; l_index < ip_list->count(); ++l_index)
+    {
+        QListWidgetItem* lp_row = ip_list->item(l_index);
+        l_rows << lp_row->text() + (lp_row->checkState() == Qt::Checked ? QStringLiteral("*") : QString());
+    }
+    return l_rows;
+}
+
+template <class Dialog>
+QList<Dialog*> OpenDialogs()
+{
+    QList<Dialog*> l_dialogs;
+    for (QWidget* lp_widget : QApplication::topLevelWidgets())
+        if (auto* lp_dialog = qobject_cast<Dialog*>(lp_widget); lp_dialog && lp_dialog->isVisible())
+            l_dialogs << lp_dialog;
+    return l_dialogs;
+}
+
+ItemPtr Group(char const* i_name)
+{
+    return d.GetType("user_list_group")->GetItem(i_name);
+}
+
+class AddUser
+{
+public:
+    explicit AddUser(QWidget* ip_parent) : mp_dialog(new AddUserDialog(ip_parent)) { mp_dialog->show(); }
+    QString Ask(char const* i_name)
+    {
+        Child<QLineEdit>(mp_dialog, "userNameEdit")->setText(QString::fromUtf8(i_name));
+        Child<QPushButton>(mp_dialog, "addFriendButton")->click();
+        return Status();
+    }
+    QString Status() const { return Child<QLineEdit>(mp_dialog, "statusEdit")->text(); }
+    bool Waiting() const { return !Child<QPushButton>(mp_dialog, "addFriendButton")->isEnabled(); }
+
+private:
+    AddUserDialog* mp_dialog;
+};
+} // namespace
+
+TEST_F(FormsTest, GroupsDialogSetsGroupsAtOnceAndSharesNewGroups)
+{
+    ItemPtr const l_listed = User("gus").NewItem("in_user_list");
+    l_listed.Connect(Group("g1"));
+    Group("g2");
+    auto* lp_dialog = new UserGroupsDialog("gus", mp_window);
+    auto* lp_other = new UserGroupsDialog("ann", mp_window);
+    mp_form->OnActionBarTriggered("configure_user_groups");
+    ASSERT_TRUE(userGroupConfigDialog);
+    auto* lp_list = Child<QListWidget>(lp_dialog, "groupListWidget");
+    EXPECT_EQ(lp_dialog->windowTitle(), QStringLiteral("User Groups for [gus]"));
+    EXPECT_TRUE(Rows(lp_list).contains(QStringLiteral("g1*")));
+    EXPECT_TRUE(Rows(lp_list).contains(QStringLiteral("g2")));
+    EXPECT_EQ(l_listed.GetItems("user_list_group").size(), 1u);
+
+    lp_list->findItems(QStringLiteral("g2"), Qt::MatchExactly).front()->setCheckState(Qt::Checked);
+    lp_list->findItems(QStringLiteral("g1"), Qt::MatchExactly).front()->setCheckState(Qt::Unchecked);
+    EXPECT_TRUE(l_listed.IsConnected(Group("g2")));
+    EXPECT_FALSE(l_listed.IsConnected(Group("g1")));
+    lp_list->findItems(QStringLiteral("g2"), Qt::MatchExactly).front()->setCheckState(Qt::PartiallyChecked);
+    EXPECT_TRUE(l_listed.IsConnected(Group("g2")));
+
+    // A new group appears unchecked in every open dialog; a known or empty name adds nothing.
+    for (char const* lp_name : {"  g3 ", "g1", "   "})
+    {
+        Child<QLineEdit>(lp_dialog, "newGroupEdit")->setText(QString::fromLatin1(lp_name));
+        Child<QPushButton>(lp_dialog, "newGroupButton")->click();
+        EXPECT_TRUE(Child<QLineEdit>(lp_dialog, "newGroupEdit")->text().isEmpty());
+    }
+    for (QListWidget* lp_view : std::initializer_list<QListWidget*>{lp_list, Child<QListWidget>(lp_other, "groupListWidget"),
+                                 Child<QListWidget>(userGroupConfigDialog, "groupList")})
+    {
+        EXPECT_EQ(Rows(lp_view).filter(QStringLiteral("g3")), QStringList{QStringLiteral("g3")});
+        EXPECT_EQ(Rows(lp_view).filter(QStringLiteral("g1")).size(), 1);
+        EXPECT_EQ(lp_view->count(), static_cast<int>(d.GetType("user_list_group")->GetItems().size()));
+    }
+    EXPECT_FALSE(l_listed.IsConnected(Group("g3")));
+}
+
+TEST_F(FormsTest, ConfigDialogIsOneAndStoresPriorityZeroAsNone)
+{
+    Group("h1");
+    Group("h2").Connect(d.GetType("group_download_priority")->GetItem("3"));
+    mp_form->OnActionBarTriggered("configure_user_groups");
+    UserGroupConfigDialog* lp_dialog = userGroupConfigDialog;
+    mp_form->OnActionBarTriggered("configure_user_groups");
+    EXPECT_EQ(OpenDialogs<UserGroupConfigDialog>().size(), 1);
+    EXPECT_EQ(lp_dialog->windowTitle(), QStringLiteral("Configure User Groups"));
+
+    auto* lp_list = Child<QListWidget>(lp_dialog, "groupList");
+    auto* lp_spin = Child<QSpinBox>(lp_dialog, "prioritySpinBox");
+    EXPECT_FALSE(lp_spin->isEnabled());
+    lp_list->setCurrentItem(lp_list->findItems(QStringLiteral("h2"), Qt::MatchExactly).front());
+    EXPECT_TRUE(lp_spin->isEnabled());
+    EXPECT_EQ(Child<QGroupBox>(lp_dialog, "groupBox")->title(), QStringLiteral("h2"));
+    EXPECT_EQ(lp_spin->value(), 3);
+    lp_list->setCurrentItem(lp_list->findItems(QStringLiteral("h1"), Qt::MatchExactly).front());
+    EXPECT_EQ(lp_spin->value(), 0);
+    EXPECT_FALSE(Has(Group("h1"), "group_download_priority"));
+
+    lp_spin->setValue(5);
+    lp_spin->setValue(7);
+    EXPECT_EQ(Group("h1")["group_download_priority"].AsString(), "7");
+    EXPECT_EQ(Group("h1").GetItems("group_download_priority").size(), 1u);
+    lp_spin->setValue(0);
+    EXPECT_FALSE(Has(Group("h1"), "group_download_priority"));
+
+    // A group that goes loses its row; closing clears the global, and a new dialog shows 0.
+    d.GetType("user_list_group")->HasItem("h2").Remove();
+    EXPECT_TRUE(lp_list->findItems(QStringLiteral("h2"), Qt::MatchExactly).isEmpty());
+    lp_dialog->close();
+    QApplication::processEvents();
+    EXPECT_FALSE(userGroupConfigDialog);
+    mp_form->OnActionBarTriggered("configure_user_groups");
+    lp_list = Child<QListWidget>(userGroupConfigDialog, "groupList");
+    lp_list->setCurrentItem(lp_list->findItems(QStringLiteral("h1"), Qt::MatchExactly).front());
+    EXPECT_EQ(Child<QSpinBox>(userGroupConfigDialog, "prioritySpinBox")->value(), 0);
+
+    // Several add-user dialogs may stand open.
+    mp_form->OnActionBarTriggered("manual_add_user");
+    mp_form->OnActionBarTriggered("manual_add_user");
+    EXPECT_EQ(OpenDialogs<AddUserDialog>().size(), 2);
+}
+
+TEST_F(FormsTest, AddUserRefusesWhatCannotBeAskedWhileOffline)
+{
+    User("ivy").NewItem("in_user_list");
+    AddUser l_dialog(mp_window);
+    EXPECT_EQ(l_dialog.Ask("   "), QStringLiteral("User name must not be empty."));
+    EXPECT_EQ(l_dialog.Ask("newcomer"), QStringLiteral("Must be online to add a user to your list."));
+    EXPECT_EQ(l_dialog.Ask("ivy"), QStringLiteral("Must be online to add a user to your list."));
+    EXPECT_FALSE(l_dialog.Waiting());
+}
+
+TEST_F(FormsTest, AddUserAsksTheServerAndWaitsForItsOwnAnswer)
+{
+    LogIn();
+    User("jon").NewItem("in_user_list");
+    ASSERT_FALSE(mp_central->TakeBody(5).isEmpty());
+    AddUser l_dialog(mp_window);
+    EXPECT_EQ(l_dialog.Ask("jon"), QStringLiteral("User already in list."));
+    EXPECT_TRUE(NothingSent());
+
+    EXPECT_EQ(l_dialog.Ask(" kim "), QStringLiteral("Adding user..."));
+    EXPECT_TRUE(l_dialog.Waiting());
+    EXPECT_EQ(mp_central->Next(), Body(5).Str("kim").Bytes());
+    mp_central->Send(Body(5).Str("someone-else").U8(1).U32(0).Stats(0));
+    WaitFor([] { return false; }, 300);
+    EXPECT_TRUE(l_dialog.Waiting());
+
+    mp_central->Send(Body(5).Str("kim").U8(1).U32(2).Stats(0).Str("de"));
+    ASSERT_TRUE(WaitFor([&] { return !l_dialog.Waiting(); }));
+    EXPECT_EQ(l_dialog.Status(), QStringLiteral("User added to list."));
+    EXPECT_TRUE(Has(User("kim"), "in_user_list"));
+    ASSERT_TRUE(Row(mp_form->UserList(), "kim"));
+    EXPECT_EQ(Row(mp_form->UserList(), "kim")->text(1), QStringLiteral("Online"));
+
+    EXPECT_EQ(l_dialog.Ask("nobody"), QStringLiteral("Adding user..."));
+    mp_central->Send(Body(5).Str("nobody").U8(0));
+    ASSERT_TRUE(WaitFor([&] { return !l_dialog.Waiting(); }));
+    EXPECT_EQ(l_dialog.Status(), QStringLiteral("User name does not exist."));
+    EXPECT_FALSE(Has(User("nobody"), "in_user_list"));
+
+    // A lost link ends the wait, since no answer can come.
+    EXPECT_EQ(l_dialog.Ask("lea"), QStringLiteral("Adding user..."));
+    mp_central->Close();
+    ASSERT_TRUE(WaitFor([&] { return !l_dialog.Waiting(); }));
+    EXPECT_EQ(l_dialog.Status(), QStringLiteral("Must be online to add a user to your list."));
+}
+
+TEST_F(FormsTest, UsersPageShowsItsToolBarActions)
+{
+    mp_window->show();
+    QApplication::setActiveWindow(mp_window);
+    ASSERT_TRUE(QTest::qWaitForWindowActive(mp_window));
+    QTabWidget* lp_tabs = mp_window->Widgets()->mainTabWidget;
+    lp_tabs->setCurrentWidget(mp_window->Widgets()->usersTab);
+    QApplication::processEvents();
+
+    QAction* lp_add = nullptr;
+    QStringList l_texts;
+    for (QAction* lp_action : actionBar->actions())
+    {
+        l_texts << lp_action->text();
+        if (lp_action->text() == QStringLiteral("Add User"))
+            lp_add = lp_action;
+    }
+    EXPECT_TRUE(l_texts.contains(QStringLiteral("Configure User Groups"))) << l_texts.join(u'|').toStdString();
+    ASSERT_TRUE(lp_add);
+    lp_add->trigger();
+    EXPECT_EQ(OpenDialogs<AddUserDialog>().size(), 1);
+}

@@ -1,0 +1,153 @@
+#include <functional>
+
+#include <QApplication>
+#include <QMenu>
+#include <QTimer>
+#include <QTreeWidget>
+
+#include "FormsFixture.h"
+#include "shell/MainWindow.h"
+#include "forms/UserGroupsDialog.h"
+#include "forms/UserListForm.h"
+#include "forms/UserMenuOptions.h"
+#include "support/WaitFor.h"
+
+namespace
+{
+QString Column(QTreeWidgetItem* ip_row, int i_column)
+{
+    return ip_row ? ip_row->text(i_column) : QStringLiteral("<no row>");
+}
+
+// Runs the request while a timer notes the texts of the menu that it opens, then closes it.
+QStringList MenuShownBy(std::function<void()> const& i_request)
+{
+    QStringList l_texts{QStringLiteral("<no menu>")};
+    QTimer::singleShot(100, [&l_texts] {
+        for (QWidget* lp_widget : QApplication::topLevelWidgets())
+        {
+            auto* lp_menu = qobject_cast<QMenu*>(lp_widget);
+            if (!lp_menu || !lp_menu->isVisible())
+                continue;
+            l_texts.clear();
+            for (QAction* lp_action : lp_menu->actions())
+                l_texts << lp_action->text();
+            lp_menu->close();
+        }
+    });
+    i_request();
+    QApplication::processEvents();
+    return l_texts;
+}
+
+QStringList MenuFor(char const* i_user)
+{
+    QMenu l_menu;
+    UserMenuOptions l_options(&l_menu, i_user);
+    QStringList l_texts;
+    for (QAction* lp_action : l_menu.actions())
+        l_texts << lp_action->text();
+    return l_texts;
+}
+
+void TriggerMenuEntry(char const* i_user, QString const& i_text)
+{
+    QMenu l_menu;
+    UserMenuOptions l_options(&l_menu, i_user);
+    for (QAction* lp_action : l_menu.actions())
+        if (lp_action->text() == i_text)
+            lp_action->trigger();
+}
+} // namespace
+
+TEST_F(FormsTest, RowsFollowListGroupsStatusAndUnsharing)
+{
+    QTreeWidget* lp_list = mp_form->UserList();
+    QTreeWidget* lp_unshared = mp_form->UnsharedList();
+    ItemPtr const l_ann = User("ann");
+    ItemPtr const l_listed = l_ann.NewItem("in_user_list");
+    ASSERT_TRUE(Row(lp_list, "ann"));
+    EXPECT_TRUE(Has(l_ann, "is_tracked"));
+    EXPECT_EQ(Column(Row(lp_list, "ann"), 1), QString());
+
+    // Groups show in alphabetical order whatever the order of joining.
+    l_listed.Connect(d.GetType("user_list_group")->GetItem("zeta"));
+    l_listed.Connect(d.GetType("user_list_group")->GetItem("alpha"));
+    EXPECT_EQ(Column(Row(lp_list, "ann"), 2), QStringLiteral("alpha, zeta"));
+    l_listed.Disconnect(d.GetType("user_list_group")->GetItem("zeta"));
+    EXPECT_EQ(Column(Row(lp_list, "ann"), 2), QStringLiteral("alpha"));
+
+    l_ann.NewItem("is_online");
+    EXPECT_EQ(Column(Row(lp_list, "ann"), 1), QStringLiteral("Online"));
+    l_ann.Disconnect("is_online");
+    EXPECT_EQ(Column(Row(lp_list, "ann"), 1), QString());
+
+    // Off the list the row goes, tracking stays; the unshared list is independent of it.
+    l_ann.NewItem("unshared");
+    l_ann.Disconnect("in_user_list");
+    EXPECT_FALSE(Row(lp_list, "ann"));
+    EXPECT_TRUE(Has(l_ann, "is_tracked"));
+    EXPECT_TRUE(Row(lp_unshared, "ann"));
+    l_ann.Disconnect("unshared");
+    EXPECT_FALSE(Row(lp_unshared, "ann"));
+
+    // A user who is online when added shows so at once; a status of someone off the list
+    // shows nowhere.
+    ItemPtr const l_bea = User("bea");
+    l_bea.NewItem("is_online");
+    l_bea.NewItem("in_user_list");
+    EXPECT_EQ(Column(Row(lp_list, "bea"), 1), QStringLiteral("Online"));
+    User("cal").NewItem("is_online");
+    EXPECT_FALSE(Row(lp_list, "cal"));
+}
+
+TEST_F(FormsTest, ListedUsersAreTrackedOnceOnTheWireAndTheirStatusShows)
+{
+    LogIn();
+    QTreeWidget* lp_list = mp_form->UserList();
+    User("dora").NewItem("in_user_list");
+    EXPECT_EQ(mp_central->Next(), Body(5).Str("dora").Bytes());
+
+    mp_central->Send(Body(7).Str("dora").U32(2).U8(0));
+    ASSERT_TRUE(WaitFor([&] { return Column(Row(lp_list, "dora"), 1) == QStringLiteral("Online"); }));
+    mp_central->Send(Body(7).Str("dora").U32(0).U8(0));
+    ASSERT_TRUE(WaitFor([&] { return Column(Row(lp_list, "dora"), 1).isEmpty(); }));
+
+    // Leaving and rejoining the list neither untracks nor tracks again.
+    User("dora").Disconnect("in_user_list");
+    User("dora").NewItem("in_user_list");
+    EXPECT_TRUE(NothingSent());
+}
+
+TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
+{
+    User("eve");
+    EXPECT_EQ(MenuFor("eve"), QStringList{QStringLiteral("Add user to list")});
+
+    TriggerMenuEntry("eve", QStringLiteral("Add user to list"));
+    EXPECT_TRUE(Row(mp_form->UserList(), "eve"));
+    UserGroupsDialog* lp_groups = nullptr;
+    for (QWidget* lp_widget : QApplication::topLevelWidgets())
+        if (auto* lp_dialog = qobject_cast<UserGroupsDialog*>(lp_widget); lp_dialog && lp_dialog->isVisible())
+            lp_groups = lp_dialog;
+    ASSERT_TRUE(lp_groups);
+    EXPECT_EQ(lp_groups->windowTitle(), QStringLiteral("User Groups for [eve]"));
+
+    EXPECT_EQ(MenuFor("eve"), (QStringList{QStringLiteral("Set user's groups"), QStringLiteral("Remove user from list")}));
+    TriggerMenuEntry("eve", QStringLiteral("Remove user from list"));
+    EXPECT_FALSE(Row(mp_form->UserList(), "eve"));
+    EXPECT_FALSE(Has(User("eve"), "in_user_list"));
+
+    // A right click on a row opens the menu for its user, beside the rows nothing.
+    User("fay").NewItem("in_user_list");
+    QTreeWidget* lp_list = mp_form->UserList();
+    mp_window->show();
+    QApplication::processEvents();
+    QRect const l_rowRect = lp_list->visualItemRect(Row(lp_list, "fay"));
+    EXPECT_EQ(MenuShownBy([&] { mp_form->OnUserListContextMenuRequested(l_rowRect.center()); }).value(1),
+              QStringLiteral("Remove user from list"));
+    QPoint const l_beside(5, lp_list->viewport()->height() - 2);
+    ASSERT_FALSE(lp_list->itemAt(l_beside));
+    EXPECT_EQ(MenuShownBy([&] { mp_form->OnUserListContextMenuRequested(l_beside); }),
+              QStringList{QStringLiteral("<no menu>")});
+}

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QString>
 #include <QTcpServer>
+#include <QWidget>
 #include <memory>
 
 #include "store/Data.h"
@@ -13,6 +15,23 @@ class MainWindow;
 class QTreeWidget;
 class QTreeWidgetItem;
 class UserListForm;
+
+template <class Widget>
+Widget* Child(QWidget* ip_parent, char const* i_name)
+{
+    return ip_parent->findChild<Widget*>(QString::fromLatin1(i_name));
+}
+
+// The dialogs of a class that are on show.
+template <class Dialog>
+QList<Dialog*> OpenDialogs()
+{
+    QList<Dialog*> l_dialogs;
+    for (QWidget* lp_widget : QApplication::topLevelWidgets())
+        if (auto* lp_dialog = qobject_cast<Dialog*>(lp_widget); lp_dialog && lp_dialog->isVisible())
+            l_dialogs << lp_dialog;
+    return l_dialogs;
+}
 
 inline void PrintTo(QString const& i_text, std::ostream* op_stream) { *op_stream << i_text.toStdString(); }
 

@@ -20,12 +20,6 @@
 
 namespace
 {
-template <class Widget>
-Widget* Child(QWidget* ip_dialog, char const* i_name)
-{
-    return ip_dialog->findChild<Widget*>(QString::fromLatin1(i_name));
-}
-
 // The rows of a list as "name" or "name*" when checked.
 QStringList Rows(QListWidget* ip_list)
 {
@@ -36,16 +30,6 @@ QStringList Rows(QListWidget* ip_list)
         l_rows << lp_row->text() + (lp_row->checkState() == Qt::Checked ? QStringLiteral("*") : QString());
     }
     return l_rows;
-}
-
-template <class Dialog>
-QList<Dialog*> OpenDialogs()
-{
-    QList<Dialog*> l_dialogs;
-    for (QWidget* lp_widget : QApplication::topLevelWidgets())
-        if (auto* lp_dialog = qobject_cast<Dialog*>(lp_widget); lp_dialog && lp_dialog->isVisible())
-            l_dialogs << lp_dialog;
-    return l_dialogs;
 }
 
 ItemPtr Group(char const* i_name)

@@ -126,12 +126,9 @@ TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
 
     TriggerMenuEntry("eve", QStringLiteral("Add user to list"));
     EXPECT_TRUE(Row(mp_form->UserList(), "eve"));
-    UserGroupsDialog* lp_groups = nullptr;
-    for (QWidget* lp_widget : QApplication::topLevelWidgets())
-        if (auto* lp_dialog = qobject_cast<UserGroupsDialog*>(lp_widget); lp_dialog && lp_dialog->isVisible())
-            lp_groups = lp_dialog;
-    ASSERT_TRUE(lp_groups);
-    EXPECT_EQ(lp_groups->windowTitle(), QStringLiteral("User Groups for [eve]"));
+    QList<UserGroupsDialog*> const l_groups = OpenDialogs<UserGroupsDialog>();
+    ASSERT_EQ(l_groups.size(), 1);
+    EXPECT_EQ(l_groups.front()->windowTitle(), QStringLiteral("User Groups for [eve]"));
 
     EXPECT_EQ(MenuFor("eve"), (QStringList{QStringLiteral("Set user's groups"), QStringLiteral("Remove user from list")}));
     TriggerMenuEntry("eve", QStringLiteral("Remove user from list"));

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <random>
 #include <set>
@@ -14,7 +15,7 @@
 #include <QTemporaryDir>
 #include <QtEndian>
 
-#include "store/Data.h"
+#include "Reactor.h"
 #include "store/DataLoadedEventHandler.h"
 #include "store/DataSaver.h"
 #include "store/Log.h"
@@ -56,10 +57,7 @@ Lines Describe(Data& i_data)
             for (auto const& l_connected : lp_item->ConnectedItems())
                 for (Item* lp_other : l_connected.second)
                     l_neighbours.insert(" " + l_label(lp_other));
-            std::string l_line = l_label(lp_item) + " ->";
-            for (std::string const& l_neighbour : l_neighbours)
-                l_line += l_neighbour;
-            l_lines.insert(l_line);
+            l_lines.insert(std::accumulate(l_neighbours.begin(), l_neighbours.end(), l_label(lp_item) + " ->"));
         }
     return l_lines;
 }
@@ -241,23 +239,18 @@ TEST_F(DataSaverTest, HostileAndForeignRecordsAreSkippedAndTold)
 
 TEST_F(DataSaverTest, ListenersThatRemoveLoadedItemsDoNotBreakTheLoad)
 {
-    // When "doomed" comes, it goes again at once, and takes "early", read before it, along.
-    struct Remover : DataHandler
-    {
-        explicit Remover(Type* ip_global) { ip_global->m_itemAddedEvent.Add(MakeHandler(&Remover::OnGlobal)); }
-        void OnGlobal(Item* ip_item)
-        {
-            if (ip_item->AsString() != "doomed")
-                return;
-            ip_item->GetType()->HasItem("early").Remove();
-            ip_item->Remove();
-        }
-    };
-    WriteFile(Bytes().Int(2).Record("global", 0, 3).Int(1).Str("early").Int(2).Str("doomed").Int(3).Str("k")
-                  .Record("global_value", 0, 1).Int(4).Str("v").Int(3).Int(1).Int(4).Int(2).Int(4).Int(3).Int(4).m_bytes);
     Data l_b;
     Declare(l_b);
-    Remover l_remover(l_b.GetType("global"));
+    // When "doomed" comes, it goes again at once, and takes "early", read before it, along.
+    Reactor l_remover([](Item* ip_item) {
+        if (ip_item->AsString() != "doomed")
+            return;
+        ip_item->GetType()->HasItem("early").Remove();
+        ip_item->Remove();
+    });
+    l_remover.Added(l_b.GetType("global"));
+    WriteFile(Bytes().Int(2).Record("global", 0, 3).Int(1).Str("early").Int(2).Str("doomed").Int(3).Str("k")
+                  .Record("global_value", 0, 1).Int(4).Str("v").Int(3).Int(1).Int(4).Int(2).Int(4).Int(3).Int(4).m_bytes);
     mp_saver->Load(&l_b, m_file.c_str());
     EXPECT_EQ(Describe(l_b), (Lines{"global=k -> global_value=v", "global_value=v -> global=k"}));
 }

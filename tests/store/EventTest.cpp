@@ -1,4 +1,3 @@
-#include <functional>
 #include <memory>
 
 #include "GraphFixture.h"
@@ -47,67 +46,40 @@ TEST_F(EventTest, RepeatedConnectFiresNothingAndUnconnectedDisconnectFiresAll)
     EXPECT_TRUE(lp_user->IsDisconnectedFromAll());
 }
 
-// A listener whose reaction is set by the test.
-class Reactor : public DataHandler
+TEST_F(EventTest, DestroyedListenersAreNeverCalledAgainAndAreFreed)
 {
-public:
-    void Listen(Type* ip_type) { ip_type->m_itemAddedEvent.Add(MakeHandler(&Reactor::OnAdded)); }
-    void OnAdded(Item* ip_item)
-    {
-        ++m_calls;
-        if (m_reaction)
-            m_reaction(ip_item);
-    }
-    int m_calls = 0;
-    std::function<void(Item*)> m_reaction;
-};
-
-TEST_F(EventTest, ListenerDestroyedBetweenFiringsIsNotCalledAndIsFreed)
-{
-    auto lp_reactor = std::make_unique<Reactor>();
-    lp_reactor->Listen(mp_user);
+    auto lp_gone = std::make_unique<Reactor>();
+    lp_gone->Added(mp_user);
     mp_user->NewItem("a");
-    EXPECT_EQ(lp_reactor->m_calls, 1);
-    lp_reactor.reset();
+    EXPECT_EQ(lp_gone->m_calls, 1);
+    lp_gone.reset();
     EXPECT_EQ(mp_user->m_itemAddedEvent.Size(), 1u);
     mp_user->NewItem("b"); // would be a use after free if the handler were called
     EXPECT_EQ(mp_user->m_itemAddedEvent.Size(), 0u);
-}
 
-TEST_F(EventTest, ListenerDestroyedDuringTheWalkIsNotCalledInIt)
-{
-    // Two listeners; whichever runs first destroys the other. Exactly one is called.
-    auto lp_first = std::make_unique<Reactor>();
-    auto lp_second = std::make_unique<Reactor>();
-    lp_first->Listen(mp_user);
-    lp_second->Listen(mp_user);
-    lp_first->m_reaction = [&](Item*) { lp_second.reset(); };
-    lp_second->m_reaction = [&](Item*) { lp_first.reset(); };
-    mp_user->NewItem("a");
-    EXPECT_TRUE((lp_first == nullptr) != (lp_second == nullptr));
-    Reactor* lp_survivor = lp_first ? lp_first.get() : lp_second.get();
-    EXPECT_EQ(lp_survivor->m_calls, 1);
-}
-
-TEST_F(EventTest, ListenerMayDestroyItselfInsideItsHandler)
-{
-    auto* lp_reactor = new Reactor;
-    lp_reactor->Listen(mp_user);
-    lp_reactor->m_reaction = [lp_reactor](Item*) { delete lp_reactor; };
-    mp_user->NewItem("a");
-    mp_user->NewItem("b");
-    EXPECT_EQ(mp_user->m_itemAddedEvent.Size(), 0u);
+    // One destroys itself in its handler; of two more, whichever runs first destroys the other.
+    Reactor* lp_self = new Reactor([&](Item*) { delete lp_self; });
+    lp_self->Added(mp_user);
+    std::unique_ptr<Reactor> lp_first, lp_second;
+    lp_first = std::make_unique<Reactor>([&](Item*) { lp_second.reset(); });
+    lp_second = std::make_unique<Reactor>([&](Item*) { lp_first.reset(); });
+    lp_first->Added(mp_user);
+    lp_second->Added(mp_user);
+    mp_user->NewItem("c");
+    ASSERT_NE(lp_first == nullptr, lp_second == nullptr);
+    EXPECT_EQ((lp_first ? lp_first : lp_second)->m_calls, 1);
+    mp_user->NewItem("d");
+    EXPECT_EQ(mp_user->m_itemAddedEvent.Size(), 1u);
 }
 
 TEST_F(EventTest, HandlerAddedDuringTheWalkRunsFromTheNextFiring)
 {
-    Reactor l_adder;
     Reactor l_late;
-    l_adder.Listen(mp_user);
-    l_adder.m_reaction = [&](Item*) {
-        if (l_adder.m_calls == 1)
-            l_late.Listen(mp_user);
-    };
+    Reactor l_adder([&](Item* ip_item) {
+        if (ip_item->AsString() == "a")
+            l_late.Added(mp_user);
+    });
+    l_adder.Added(mp_user);
     mp_user->NewItem("a");
     EXPECT_EQ(l_late.m_calls, 0);
     mp_user->NewItem("b");
@@ -116,25 +88,22 @@ TEST_F(EventTest, HandlerAddedDuringTheWalkRunsFromTheNextFiring)
 
 TEST_F(EventTest, HandlerMarkedInANestedWalkStaysValidForTheOuterWalk)
 {
-    // The outer walk holds both handlers in its copy. The first one, at its turn, fires the
-    // same event again (nested walk) after killing the other listener; the nested walk takes
-    // the dead handler out. The outer walk must then skip it without touching freed memory.
-    auto lp_victim = std::make_unique<Reactor>();
-    Reactor l_nester;
-    l_nester.Listen(mp_user);
-    lp_victim->Listen(mp_user);
-    l_nester.m_reaction = [&](Item* ip_item) {
+    // Whichever of the two runs first in the outer walk fires the same event again (a nested
+    // walk), and the nester kills the victim first; the nested walk takes the dead handler out,
+    // and the outer walk must then skip it without touching freed memory.
+    auto lp_victim = std::make_unique<Reactor>([&](Item* ip_item) {
+        if (ip_item->AsString() == "outer")
+            mp_user->NewItem("inner-first");
+    });
+    Reactor l_nester([&](Item* ip_item) {
         if (ip_item->AsString() == "outer" && lp_victim)
         {
             lp_victim.reset();
             mp_user->NewItem("inner");
         }
-    };
-    lp_victim->m_reaction = [&](Item* ip_item) {
-        // If the victim runs first in the outer walk, let it trigger the nesting instead.
-        if (ip_item->AsString() == "outer")
-            mp_user->NewItem("inner-first");
-    };
+    });
+    l_nester.Added(mp_user);
+    lp_victim->Added(mp_user);
     mp_user->NewItem("outer");
     EXPECT_FALSE(lp_victim);
     EXPECT_EQ(mp_user->m_itemAddedEvent.Size(), 1u);

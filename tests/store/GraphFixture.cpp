@@ -10,6 +10,8 @@ GraphFixture::GraphFixture()
     mp_user->RelateToType(mp_isOnline, Many, One, false);
     mp_inUserList = m_data.NewType("in_user_list", false, true, true);
     mp_user->RelateToType(mp_inUserList, One, One, false);
+    mp_group = m_data.NewType("user_list_group", true, false, true);
+    mp_inUserList->RelateToType(mp_group, Many, Many, false);
     mp_room = m_data.NewType("room", true, false, true);
     mp_room->RelateToType(mp_user, Many, Many, false);
     mp_request = m_data.NewType("search_request", true, false, false);
@@ -17,39 +19,19 @@ GraphFixture::GraphFixture()
     mp_request->RelateToType(mp_results, One, Many, true);
     mp_socket = m_data.NewType("peer_socket", true, false, false);
     mp_socket->RelateToType(mp_user, Many, One, false);
-}
-
-std::string Recorder::Name(Item* ip_item)
-{
-    return ip_item->GetType()->IsNull() ? ip_item->GetType()->GetName() : ip_item->AsString();
-}
-
-std::string Recorder::Describe(ConnectionInfo const& i_info)
-{
-    return Name(i_info.m_from) + ">" + Name(i_info.m_to);
-}
-
-void Recorder::ListenType(Type* ip_type)
-{
-    ip_type->m_itemAddedEvent.Add(MakeHandler(&Recorder::OnAdded));
-    ip_type->m_itemRemovedEvent.Add(MakeHandler(&Recorder::OnRemoved));
-    ip_type->m_connectionEvent.Add(MakeHandler(&Recorder::OnConnection));
-    ip_type->m_disconnectionEvent.Add(MakeHandler(&Recorder::OnDisconnection));
-}
-
-void Recorder::ListenData()
-{
-    mr_data.m_connectionEvent.Add(MakeHandler(&Recorder::OnDataConnection));
-    mr_data.m_disconnectionEvent.Add(MakeHandler(&Recorder::OnDataDisconnection));
-}
-
-void Recorder::ListenPair(Type* ip_first, Type* ip_second)
-{
-    mr_data.AddConnectionEventHandler(ip_first, ip_second, MakeHandler(&Recorder::OnPairConnection));
-    mr_data.AddDisconnectionEventHandler(ip_first, ip_second, MakeHandler(&Recorder::OnPairDisconnection));
-}
-
-void Recorder::ListenPath(PathNode* ip_root)
-{
-    mr_data.AddPathEventHandler(ip_root, MakeHandler(&Recorder::OnPath));
+    mp_pcr = m_data.NewType("peer_connection_request", true, true, false);
+    for (char const* lp_name : {"peer_connection_request_id", "peer_connection_type", "user_address", "user_port"})
+        mp_pcr->RelateToType(m_data.NewType(lp_name, false, false, true), Many, One, false);
+    mp_pcr->RelateToType(mp_user, Many, One, false);
+    mp_order = m_data.NewType("download_order", false, false, true);
+    mp_user->RelateToType(mp_order, Many, One, false);
+    mp_folder = m_data.NewType("remote_folder", true, false, true);
+    mp_entry = m_data.NewType("download_entry", true, false, true);
+    mp_entry->RelateToType(mp_user, Many, One, false);
+    mp_entry->RelateToType(mp_folder, Many, One, false);
+    // Attributes that hold each other, for islands no root reaches.
+    mp_attrA = m_data.NewType("attr_a", false, false, true);
+    mp_attrB = m_data.NewType("attr_b", false, false, true);
+    mp_attrA->RelateToType(mp_attrB, Many, Many, false);
+    mp_user->RelateToType(mp_attrA, Many, Many, false);
 }

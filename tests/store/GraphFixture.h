@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Reactor.h"
 #include "store/Data.h"
 
 // A fresh graph per test, with a small schema shaped like the client's own.
@@ -14,15 +15,8 @@ protected:
     GraphFixture();
 
     Data m_data;
-    Type* mp_global;
-    Type* mp_globalValue;
-    Type* mp_user;
-    Type* mp_isOnline;
-    Type* mp_inUserList;
-    Type* mp_room;
-    Type* mp_request;
-    Type* mp_results;
-    Type* mp_socket;
+    Type *mp_global, *mp_globalValue, *mp_user, *mp_isOnline, *mp_inUserList, *mp_room, *mp_socket;
+    Type *mp_request, *mp_results, *mp_order, *mp_folder, *mp_entry, *mp_attrA, *mp_attrB, *mp_pcr, *mp_group;
 };
 
 // Records every event it hears, as "kind:from>to" lines, in delivery order.
@@ -31,10 +25,24 @@ class Recorder : public DataHandler
 public:
     explicit Recorder(Data& io_data) : mr_data(io_data) {}
 
-    void ListenType(Type* ip_type);
-    void ListenData();
-    void ListenPair(Type* ip_first, Type* ip_second);
-    void ListenPath(PathNode* ip_root);
+    void ListenType(Type* ip_type)
+    {
+        ip_type->m_itemAddedEvent.Add(MakeHandler(&Recorder::OnAdded));
+        ip_type->m_itemRemovedEvent.Add(MakeHandler(&Recorder::OnRemoved));
+        ip_type->m_connectionEvent.Add(MakeHandler(&Recorder::OnConnection));
+        ip_type->m_disconnectionEvent.Add(MakeHandler(&Recorder::OnDisconnection));
+    }
+    void ListenData()
+    {
+        mr_data.m_connectionEvent.Add(MakeHandler(&Recorder::OnDataConnection));
+        mr_data.m_disconnectionEvent.Add(MakeHandler(&Recorder::OnDataDisconnection));
+    }
+    void ListenPair(Type* ip_first, Type* ip_second)
+    {
+        mr_data.AddConnectionEventHandler(ip_first, ip_second, MakeHandler(&Recorder::OnPairConnection));
+        mr_data.AddDisconnectionEventHandler(ip_first, ip_second, MakeHandler(&Recorder::OnPairDisconnection));
+    }
+    void ListenPath(PathNode* ip_root) { DataHandler::ListenPath(ip_root, &Recorder::OnPath); }
 
     void OnAdded(Item* ip_item) { m_lines.push_back("added:" + ip_item->AsString()); }
     void OnRemoved(Item* ip_item) { m_lines.push_back("removed:" + ip_item->AsString()); }
@@ -50,8 +58,11 @@ public:
         m_lines.push_back("path:" + (ip_root ? Name(ip_root) : std::string("null")));
     }
 
-    static std::string Name(Item* ip_item);
-    static std::string Describe(ConnectionInfo const& i_info);
+    static std::string Name(Item* ip_item)
+    {
+        return ip_item->GetType()->IsNull() ? ip_item->GetType()->GetName() : ip_item->AsString();
+    }
+    static std::string Describe(ConnectionInfo const& i_info) { return Name(i_info.m_from) + ">" + Name(i_info.m_to); }
 
     Data& mr_data;
     std::vector<std::string> m_lines;

@@ -2,42 +2,27 @@
 
 namespace
 {
-class RoomTest : public ServerFixture
+using RoomTest = ServerFixture;
+
+// Message 14 for a room of one online member, up to the countries.
+Body Alone(QByteArray const& i_room, QByteArray const& i_user)
 {
-protected:
-    void Configure(ServerOptions& o_options) override
-    {
-        o_options.m_roomOwners.insert("club", "alice");
-        o_options.m_roomOperators["club"] = {"dora", "bob", "eve", "al", "carl", "fay"};
-    }
+    return Body(14).Str(i_room).Strs({i_user}).U32(1).U32(2).U32(1).Stats(0).U32(1).U32(0).Strs({""});
+}
 
-    // Message 14 up to the countries: members, their statuses, records, slots and countries.
-    static Body Entered(QByteArray const& i_room, QList<QByteArray> const& i_users, QList<quint32> const& i_speeds)
-    {
-        Body l_body = Body(14).Str(i_room).Strs(i_users).U32(static_cast<quint32>(i_users.size()));
-        for (qsizetype l_index = 0; l_index < i_users.size(); ++l_index)
-            l_body.U32(2);
-        l_body.U32(static_cast<quint32>(i_users.size()));
-        for (quint32 const l_speed : i_speeds)
-            l_body.Stats(l_speed);
-        l_body.U32(static_cast<quint32>(i_users.size()));
-        for (qsizetype l_index = 0; l_index < i_users.size(); ++l_index)
-            l_body.U32(0);
-        return l_body.Strs(QList<QByteArray>(i_users.size()));
-    }
-};
-
-TEST_F(RoomTest, EnterChatAndLeaveReachEveryMember)
+// Members are told of each other and reached by chat; the list counts members and drops a room
+// that its last member left, whether by leaving or by going offline.
+TEST_F(RoomTest, EnterChatListAndLeaveReachEveryMember)
 {
     auto lp_alice = LoggedIn("alice");
     auto lp_bob = LoggedIn("bob");
     auto lp_outsider = LoggedIn("carol");
-
     lp_alice->Send(Body(14).Str("lobby"));
-    EXPECT_EQ(lp_alice->TakeBody(14), Entered("lobby", {"alice"}, {0}).Bytes());
+    EXPECT_EQ(lp_alice->TakeBody(14), Alone("lobby", "alice").Bytes());
     lp_bob->Send(Body(121).U32(1500));
     lp_bob->Send(Body(14).Str("lobby"));
-    EXPECT_EQ(lp_bob->TakeBody(14), Entered("lobby", {"alice", "bob"}, {0, 1500}).Bytes());
+    EXPECT_EQ(lp_bob->TakeBody(14), Body(14).Str("lobby").Strs({"alice", "bob"}).U32(2).U32(2).U32(2).U32(2).Stats(0).Stats(1500)
+                                        .U32(2).U32(0).U32(0).Strs({"", ""}).Bytes());
     EXPECT_EQ(lp_alice->TakeBody(16), Body(16).Str("lobby").Str("bob").U32(2).Stats(1500).U32(0).Str("").Bytes());
     EXPECT_TRUE(lp_bob->NothingOf(16, 50));
 
@@ -48,34 +33,24 @@ TEST_F(RoomTest, EnterChatAndLeaveReachEveryMember)
     EXPECT_TRUE(lp_alice->NothingOf(13));
     EXPECT_TRUE(lp_outsider->NothingOf(13, 50));
 
+    // An owned room carries its owner and its operators in order.
+    lp_outsider->Send(Body(14).Str("club"));
+    EXPECT_EQ(lp_outsider->TakeBody(14), Alone("club", "carol").Str("alice").Strs({"al", "bob", "carl", "dora", "eve", "fay"}).Bytes());
+    lp_bob->Send(Body(14).Str("club"));
+    ASSERT_TRUE(lp_bob->Take(14));
+    lp_alice->Send(Body(64));
+    EXPECT_EQ(lp_alice->TakeBody(64), Body(64).Strs({"club", "lobby"}).U32(2).U32(2).U32(2).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).Bytes());
+
     lp_bob->Send(Body(15).Str("lobby"));
     EXPECT_EQ(lp_bob->TakeBody(15), Body(15).Str("lobby").Bytes());
     EXPECT_EQ(lp_alice->TakeBody(17), Body(17).Str("lobby").Str("bob").Bytes());
     lp_bob->Send(Body(15).Str("lobby"));
     EXPECT_TRUE(lp_bob->NothingOf(15));
-}
-
-TEST_F(RoomTest, ListCountsMembersAndDropsEmptyRooms)
-{
-    auto lp_alice = LoggedIn("alice");
-    auto lp_bob = LoggedIn("bob");
-    lp_alice->Send(Body(14).Str("lobby"));
-    lp_bob->Send(Body(14).Str("lobby"));
-    lp_bob->Send(Body(14).Str("quiet"));
-    ASSERT_TRUE(lp_bob->Take(14) && lp_bob->Take(14));
-
-    lp_alice->Send(Body(64));
-    EXPECT_EQ(lp_alice->TakeBody(64), Body(64).Strs({"lobby", "quiet"}).U32(2).U32(2).U32(1).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).Bytes());
-    lp_bob.reset();
-    EXPECT_EQ(lp_alice->TakeBody(17), Body(17).Str("lobby").Str("bob").Bytes());
+    lp_outsider.reset();
+    EXPECT_EQ(lp_bob->TakeBody(17), Body(17).Str("club").Str("carol").Bytes());
+    lp_bob->Send(Body(15).Str("club"));
+    ASSERT_TRUE(lp_bob->Take(15));
     lp_alice->Send(Body(64));
     EXPECT_EQ(lp_alice->TakeBody(64), Body(64).Strs({"lobby"}).U32(1).U32(1).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).Bytes());
-}
-
-TEST_F(RoomTest, OwnedRoomCarriesOwnerAndSortedOperators)
-{
-    auto lp_bob = LoggedIn("bob");
-    lp_bob->Send(Body(14).Str("club"));
-    EXPECT_EQ(lp_bob->TakeBody(14), Entered("club", {"bob"}, {0}).Str("alice").Strs({"al", "bob", "carl", "dora", "eve", "fay"}).Bytes());
 }
 }

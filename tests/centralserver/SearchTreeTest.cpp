@@ -10,36 +10,9 @@ QByteArray Search(QByteArray const& i_searcher, quint32 i_token, QByteArray cons
     return Body(93).U8(3).U32(49).Str(i_searcher).U32(i_token).Str(i_text).Bytes();
 }
 
-TEST_F(SearchTreeTest, SearchesReachParentlessClientsButNotTheSearcher)
-{
-    auto lp_alice = LoggedIn("alice");
-    auto lp_bob = LoggedIn("bob");
-    auto lp_child = LoggedIn("carol");
-    auto lp_silent = LoggedIn("dave");
-    lp_alice->Send(Body(71).U8(1));
-    lp_bob->Send(Body(71).U8(1));
-    lp_child->Send(Body(71).U8(0));
-    for (RawClient* lp_client : {lp_alice.get(), lp_bob.get(), lp_child.get()})
-        lp_client->Sync();
-
-    lp_alice->Send(Body(26).U32(9).Str("blue song"));
-    EXPECT_EQ(lp_bob->TakeBody(93), Search("alice", 9, "blue song"));
-    EXPECT_EQ(lp_silent->TakeBody(93), Search("alice", 9, "blue song"));
-    EXPECT_TRUE(lp_child->NothingOf(93));
-    EXPECT_TRUE(lp_alice->NothingOf(93, 50));
-
-    lp_bob->Send(Body(103).U32(10).Str("wish"));
-    EXPECT_EQ(lp_alice->TakeBody(93), Search("bob", 10, "wish"));
-    EXPECT_TRUE(lp_bob->NothingOf(93));
-
-    // Losing its parent makes a client a root again.
-    lp_child->Send(Body(71).U8(1));
-    lp_child->Sync();
-    lp_alice->Send(Body(26).U32(11).Str("again"));
-    EXPECT_EQ(lp_child->TakeBody(93), Search("alice", 11, "again"));
-}
-
-TEST_F(SearchTreeTest, RootsAreOfferedOlderRootsThatCanTakeChildren)
+// Searches reach every client without a parent but the searcher; a client that becomes a root
+// is offered the older roots that can take children, and offered to the younger roots if it can.
+TEST_F(SearchTreeTest, SearchesReachRootsAndRootsAreOfferedOlderRootsThatCanTakeChildren)
 {
     auto lp_alice = LoggedIn("alice");
     lp_alice->Send(Body(2).U32(2234));
@@ -49,6 +22,7 @@ TEST_F(SearchTreeTest, RootsAreOfferedOlderRootsThatCanTakeChildren)
     lp_busy->Send(Body(2).U32(2300));
     lp_busy->Send(Body(71).U8(0));
     lp_busy->Send(Body(100).U8(1));
+    auto lp_silent = LoggedIn("dave");
     lp_alice->Sync();
     lp_busy->Sync();
 
@@ -59,19 +33,29 @@ TEST_F(SearchTreeTest, RootsAreOfferedOlderRootsThatCanTakeChildren)
     EXPECT_EQ(lp_carol->TakeBody(102), l_alice.Bytes());
     EXPECT_TRUE(lp_alice->NothingOf(102, 50));
 
+    lp_alice->Send(Body(26).U32(9).Str("blue song"));
+    EXPECT_EQ(lp_carol->TakeBody(93), Search("alice", 9, "blue song"));
+    EXPECT_EQ(lp_silent->TakeBody(93), Search("alice", 9, "blue song"));
+    EXPECT_TRUE(lp_busy->NothingOf(93));
+    EXPECT_TRUE(lp_alice->NothingOf(93, 50));
+    lp_carol->Send(Body(103).U32(10).Str("wish"));
+    EXPECT_EQ(lp_alice->TakeBody(93), Search("carol", 10, "wish"));
+    EXPECT_TRUE(lp_carol->NothingOf(93));
+
     // A younger root that starts taking children is offered to nobody older.
     lp_carol->Send(Body(100).U8(1));
     EXPECT_TRUE(lp_alice->NothingOf(102));
-
-    // An older client that becomes a root again is offered to the younger roots.
+    // An older client that becomes a root again is offered to the younger roots, and reached.
     lp_busy->Send(Body(71).U8(1));
     EXPECT_EQ(lp_carol->TakeBody(102),
         Body(102).U32(2).Str("alice").U32(c_localhost).U32(2234).Str("bob").U32(c_localhost).U32(2300).Bytes());
     EXPECT_EQ(lp_busy->TakeBody(102), l_alice.Bytes());
+    lp_alice->Send(Body(26).U32(11).Str("again"));
+    EXPECT_EQ(lp_busy->TakeBody(93), Search("alice", 11, "again"));
 
     // A client with a parent is offered none.
-    auto lp_dave = LoggedIn("dave");
-    lp_dave->Send(Body(71).U8(0));
-    EXPECT_TRUE(lp_dave->NothingOf(102));
+    auto lp_erin = LoggedIn("erin");
+    lp_erin->Send(Body(71).U8(0));
+    EXPECT_TRUE(lp_erin->NothingOf(102));
 }
 }

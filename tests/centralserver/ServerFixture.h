@@ -9,7 +9,8 @@
 
 #include <memory>
 
-// An in-process server on a free port of the loopback interface.
+// An in-process server on a free port of the loopback interface, with two privileged users,
+// parent rules and a wish-list period other than the defaults, and a room with staff.
 class ServerFixture : public ::testing::Test
 {
 protected:
@@ -19,20 +20,26 @@ protected:
     {
         m_options.m_listenAddress = QHostAddress(QHostAddress::LocalHost);
         m_options.m_port = 0;
-        Configure(m_options);
-        mp_server = std::make_unique<CentralServer>(m_options);
-        QString l_error;
-        ASSERT_TRUE(mp_server->Start(l_error)) << l_error.toStdString();
+        m_options.m_privileged = {"vip", "boss"};
+        m_options.m_wishListPeriod = 900;
+        m_options.m_parentMinSpeed = 3;
+        m_options.m_parentSpeedRatio = 40;
+        m_options.m_roomOwners.insert("club", "alice");
+        m_options.m_roomOperators["club"] = {"dora", "bob", "eve", "al", "carl", "fay"};
+        Restart();
     }
-
     void TearDown() override
     {
         mp_server.reset();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
-
-    virtual void Configure(ServerOptions&) {}
-
+    void Restart()
+    {
+        mp_server.reset();
+        mp_server = std::make_unique<CentralServer>(m_options);
+        QString l_error;
+        ASSERT_TRUE(mp_server->Start(l_error)) << l_error.toStdString();
+    }
     std::unique_ptr<RawClient> LoggedIn(QByteArray const& i_name, QByteArray const& i_password = "pw")
     {
         auto lp_client = std::make_unique<RawClient>(mp_server->Port());

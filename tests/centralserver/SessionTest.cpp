@@ -2,17 +2,7 @@
 
 namespace
 {
-class SessionTest : public ServerFixture
-{
-protected:
-    void Configure(ServerOptions& o_options) override
-    {
-        o_options.m_privileged = {"vip", "boss"};
-        o_options.m_wishListPeriod = 900;
-        o_options.m_parentMinSpeed = 3;
-        o_options.m_parentSpeedRatio = 40;
-    }
-};
+using SessionTest = ServerFixture;
 
 TEST_F(SessionTest, FirstLoginRegistersAndLaterLoginsCheckThePassword)
 {
@@ -40,17 +30,31 @@ TEST_F(SessionTest, FirstLoginRegistersAndLaterLoginsCheckThePassword)
     EXPECT_TRUE(l_nameless.WaitClosed());
 }
 
-TEST_F(SessionTest, TrackingAnswersAndReportsLoginAndLogoutButNotASessionReplaced)
+// Tracking answers at once and reports logins and logouts, but not a session replaced by another.
+TEST_F(SessionTest, UsersAreLookedUpTrackedAndReachedThroughTheirSessions)
 {
     auto lp_bob = LoggedIn("bob");
     lp_bob->Send(Body(5).Str("nobody"));
     EXPECT_EQ(lp_bob->TakeBody(5), Body(5).Str("nobody").U8(0).Bytes());
-
     auto lp_vip = LoggedIn("vip");
+    lp_vip->Send(Body(2).U32(2240));
     lp_vip->Send(Body(121).U32(4096));
     lp_vip->Sync();
     lp_bob->Send(Body(5).Str("vip"));
     EXPECT_EQ(lp_bob->TakeBody(5), Body(5).Str("vip").U8(1).U32(2).Stats(4096).Str("").Bytes());
+    lp_bob->Send(Body(3).Str("vip"));
+    EXPECT_EQ(lp_bob->TakeBody(3), Body(3).Str("vip").U32(c_localhost).U32(2240).Bytes());
+    lp_bob->Send(Body(3).Str("nobody"));
+    EXPECT_EQ(lp_bob->TakeBody(3), Body(3).Str("nobody").U32(0).U32(0).Bytes());
+    lp_bob->Send(Body(36).Str("vip"));
+    EXPECT_EQ(lp_bob->TakeBody(36), Body(36).Str("vip").Stats(4096).Bytes());
+
+    lp_vip->Send(Body(18).U32(7).Str("bob").Str("F"));
+    EXPECT_EQ(lp_bob->TakeBody(18), Body(18).Str("vip").Str("F").U32(c_localhost).U32(2240).U32(7).U8(1).Bytes());
+    lp_bob->Send(Body(1001).U32(7).Str("vip"));
+    EXPECT_EQ(lp_vip->TakeBody(1001), Body(1001).U32(7).Bytes());
+    lp_vip->Send(Body(18).U32(8).Str("ghost").Str("P"));
+    EXPECT_EQ(lp_vip->TakeBody(1001), Body(1001).U32(8).Bytes());
 
     lp_vip.reset();
     EXPECT_EQ(lp_bob->TakeBody(7), Body(7).Str("vip").U32(0).U8(1).Bytes());
@@ -70,31 +74,7 @@ TEST_F(SessionTest, TrackingAnswersAndReportsLoginAndLogoutButNotASessionReplace
     lp_bob->Sync();
     lp_vip.reset();
     EXPECT_TRUE(lp_bob->NothingOf(7));
-
     lp_bob->Send(Body(7).Str("vip"));
     EXPECT_EQ(lp_bob->TakeBody(7), Body(7).Str("vip").U32(0).U8(1).Bytes());
-}
-
-TEST_F(SessionTest, AddressStatisticsAndIndirectConnectionsComeFromTheSessionsAndTheirReports)
-{
-    auto lp_vip = LoggedIn("vip");
-    auto lp_bob = LoggedIn("bob");
-    lp_vip->Send(Body(2).U32(2240));
-    lp_vip->Send(Body(121).U32(777));
-    lp_vip->Sync();
-
-    lp_bob->Send(Body(3).Str("vip"));
-    EXPECT_EQ(lp_bob->TakeBody(3), Body(3).Str("vip").U32(c_localhost).U32(2240).Bytes());
-    lp_bob->Send(Body(3).Str("nobody"));
-    EXPECT_EQ(lp_bob->TakeBody(3), Body(3).Str("nobody").U32(0).U32(0).Bytes());
-    lp_bob->Send(Body(36).Str("vip"));
-    EXPECT_EQ(lp_bob->TakeBody(36), Body(36).Str("vip").Stats(777).Bytes());
-
-    lp_vip->Send(Body(18).U32(7).Str("bob").Str("F"));
-    EXPECT_EQ(lp_bob->TakeBody(18), Body(18).Str("vip").Str("F").U32(c_localhost).U32(2240).U32(7).U8(1).Bytes());
-    lp_bob->Send(Body(1001).U32(7).Str("vip"));
-    EXPECT_EQ(lp_vip->TakeBody(1001), Body(1001).U32(7).Bytes());
-    lp_vip->Send(Body(18).U32(8).Str("ghost").Str("P"));
-    EXPECT_EQ(lp_vip->TakeBody(1001), Body(1001).U32(8).Bytes());
 }
 }

@@ -3,8 +3,6 @@
 #include <functional>
 
 #include "ServerTestSupport.h"
-#include "store/Settings.h"
-#include "support/WaitFor.h"
 
 namespace
 {
@@ -30,7 +28,8 @@ protected:
 };
 } // namespace
 
-// Each attempt is closed by the central server while it waits for the login response.
+// Each attempt is closed by the central server while it waits for the login response; nothing
+// but the login goes out before it.
 TEST_F(ConnectionTest, LoginFollowsTheSettingsAndFailuresWhileConnectingAreReportedOnceAndRetried)
 {
     QSignalSpy l_connecting(mp_server.get(), &Server::Connecting);
@@ -44,8 +43,11 @@ TEST_F(ConnectionTest, LoginFollowsTheSettingsAndFailuresWhileConnectingAreRepor
         l_cases[l_index].first();
         l_index == 0 ? mp_server->Connect() : mp_server->AttemptReconnect();
         EXPECT_EQ(mp_server->GetState(), Server::StateConnecting) << l_index;
+        mp_server->AddUser("bob");
         ASSERT_TRUE(AcceptClient());
         EXPECT_EQ(mp_central->Next(), l_cases[l_index].second) << l_index;
+        mp_server->AddUser("bob");
+        EXPECT_TRUE(NothingSent()) << l_index;
         mp_central->Close();
         ASSERT_TRUE(WaitFor([&] { return m_disconnected.count() == l_index + 1; }));
         Pause();
@@ -66,15 +68,16 @@ TEST_F(ConnectionTest, LoginFollowsTheSettingsAndFailuresWhileConnectingAreRepor
     EXPECT_EQ(mp_server->GetState(), Server::StateDisconnected);
 }
 
-TEST_F(ConnectionTest, RefusedLoginStopsWithoutDisconnectedAndIsNotRetried)
+// A refused login and the user's Disconnect are not retried; a real close after the latter is.
+TEST_F(ConnectionTest, RefusedLoginAndUserDisconnectStopWithoutRetrying)
 {
     d.GetType("user")->GetItem("bob")->NewItem("is_online");
     mp_server->Connect();
+    mp_server->Disconnect(); // no effect while connecting
     AnswerLogin(false);
     ASSERT_TRUE(WaitFor([this] { return m_failed.count() == 1; }));
     EXPECT_EQ(Reason(0), "INVALIDPASS");
     EXPECT_EQ(mp_server->GetState(), Server::StateDisconnected);
-
     // Once refused, frames are dropped and the server's close changes nothing.
     mp_central->Send(Body(7).Str("bob").U32(0).U8(0));
     mp_central->Close();
@@ -84,58 +87,45 @@ TEST_F(ConnectionTest, RefusedLoginStopsWithoutDisconnectedAndIsNotRetried)
     EXPECT_EQ(m_disconnected.count(), 0);
     EXPECT_EQ(m_failed.count(), 1);
     EXPECT_FALSE(RetriesOnTimer());
-}
 
-TEST_F(ConnectionTest, LostConnectionGivesOneDisconnectedCutsPresenceAndIsRetried)
-{
-    d.GetType("room")->GetItem("lobby")->NewItem("in_room");
     LogIn();
-    EXPECT_EQ(m_connected.count(), 1);
-    // A login response once logged in is ignored.
-    SendAndSettle(Body(1).U8(0).Str("INVALIDPASS").Frame() + Body(7).Str("bob").U32(1).U8(0).Frame());
-    EXPECT_TRUE(Has(User("bob"), "is_online"));
-    mp_central->Close(); // the client hears an error and then the close
-    ASSERT_TRUE(WaitFor([this] { return m_disconnected.count() == 1; }));
-    Pause();
-    EXPECT_EQ(m_disconnected.count(), 1);
-    EXPECT_EQ(m_failed.count(), 0);
-    EXPECT_FALSE(Has(User("bob"), "is_online"));
-    EXPECT_TRUE(Has(Room("lobby"), "in_room"));
-    EXPECT_TRUE(RetriesOnTimer());
-}
-
-TEST_F(ConnectionTest, UserDisconnectIsNotRetriedAndItsCloseIsSwallowedOnce)
-{
-    mp_server->Connect();
-    mp_server->Disconnect(); // no effect while connecting
-    AnswerLogin();
-    ASSERT_TRUE(WaitFor([this] { return mp_server->IsConnected(); }));
     mp_server->Disconnect();
     EXPECT_EQ(m_disconnected.count(), 1);
     EXPECT_EQ(mp_server->GetState(), Server::StateDisconnected);
     ASSERT_TRUE(mp_central->WaitClosed());
     EXPECT_FALSE(RetriesOnTimer());
-
     LogIn();
     mp_central->Close();
     ASSERT_TRUE(WaitFor([this] { return m_disconnected.count() == 2; }));
     EXPECT_TRUE(RetriesOnTimer());
 }
 
-TEST_F(ConnectionTest, ReloginReplaysTrackingAndLookUpsAndMappingFollowsTheUpnpSetting)
+// A lost connection cuts presence, keeps the rooms and is retried; the next login asks again for
+// what is tracked and looked up, but neither joins rooms nor maps the port again.
+TEST_F(ConnectionTest, LostConnectionIsRetriedReloginReplaysTrackingAndMappingFollowsTheUpnpSetting)
 {
     SetGlobal("use_upnp", "yes");
     d.GetType("room")->GetItem("lobby")->NewItem("room_autojoin");
+    d.GetType("room")->GetItem("den")->NewItem("in_room");
     d.GetType("user")->GetItem("carol")->NewItem("is_tracked");
     d.GetType("user")->GetItem("dave")->NewItem("user_address_request");
     LogIn();
+    EXPECT_EQ(m_connected.count(), 1);
     EXPECT_EQ(mp_central->Next(), Body(14).Str("lobby").Bytes());
     EXPECT_EQ(mp_central->Next(), Body(5).Str("carol").Bytes());
     EXPECT_EQ(mp_central->Next(), Body(3).Str("dave").Bytes());
     EXPECT_EQ(MappingLines(), 1);
+    // A login response once logged in is ignored.
+    SendAndSettle(Body(1).U8(0).Str("INVALIDPASS").Frame() + Body(7).Str("bob").U32(1).U8(0).Frame());
+    EXPECT_TRUE(Has(User("bob"), "is_online"));
 
-    mp_central->Close();
+    mp_central->Close(); // the client hears an error and then the close
     ASSERT_TRUE(WaitFor([this] { return m_disconnected.count() == 1; }));
+    Pause();
+    EXPECT_EQ(m_disconnected.count(), 1);
+    EXPECT_EQ(m_failed.count(), 0);
+    EXPECT_FALSE(Has(User("bob"), "is_online"));
+    EXPECT_TRUE(Has(Room("den"), "in_room"));
     ASSERT_TRUE(RetriesOnTimer());
     ASSERT_EQ(mp_central->Next().left(4), Body(1).Bytes());
     mp_central->Send(Body(1).U8(1).Str("").U32(0).Str(""));

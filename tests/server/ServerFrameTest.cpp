@@ -1,40 +1,9 @@
+#include <gtest/gtest.h>
+
 #include <QBuffer>
 
-#include "ServerTestSupport.h"
 #include "server/ServerFrameReader.h"
-#include "support/WaitFor.h"
-
-namespace
-{
-QByteArray Online(char const* i_user)
-{
-    return Body(7).Str(i_user).U32(1).U8(0).Frame();
-}
-} // namespace
-
-TEST_F(ServerTest, FramesInPiecesOrSharingOneReadAreHandledAndThoseWithoutAKnownCodeDropped)
-{
-    LogIn();
-    for (char const l_byte : Online("bob"))
-    {
-        mp_central->SendRaw(QByteArray(1, l_byte));
-        WaitFor([] { return false; }, 10);
-    }
-    QByteArray const l_twoBytes("\x02\x00\x00\x00\x07\x00", 6);
-    SendAndSettle(Online("carol") + l_twoBytes + QByteArray(4, '\0') + Body(99999).Str("x").Frame() + Online("dave"));
-    for (char const* l_name : {"bob", "carol", "dave"})
-        EXPECT_TRUE(Has(User(l_name), "is_online")) << l_name;
-    EXPECT_TRUE(mp_server->IsConnected());
-}
-
-TEST_F(ServerTest, OversizedLengthClosesTheConnectionWithALogLine)
-{
-    LogIn();
-    mp_central->SendRaw(Body(ServerFrameReader::s_maxFrameLength + 1).Bytes());
-    ASSERT_TRUE(WaitFor([this] { return m_disconnected.count() == 1; }));
-    EXPECT_TRUE(mp_central->WaitClosed());
-    EXPECT_EQ(m_log.filter(QStringLiteral("server|1|The server announced a message of 16777217 bytes")).size(), 1);
-}
+#include "support/RawClient.h"
 
 TEST(ServerFrameReaderTest, MemoryFollowsTheBytesThatArriveNotTheAnnouncedLength)
 {

@@ -42,9 +42,7 @@ void AddUserDialog::OnAddUserResponse(std::string const& i_user, bool i_added)
 {
     if (m_pendingUser.empty() || i_user != m_pendingUser)
         return;
-    mp_ui->userNameEdit->setReadOnly(false);
-    mp_ui->addFriendButton->setEnabled(true);
-    m_pendingUser.clear();
+    EndWait();
     if (i_added)
     {
         ItemPtr const l_user = d.GetType("user")->GetItem(i_user);
@@ -61,8 +59,13 @@ void AddUserDialog::OnDisconnected()
     // A lost link brings no answer, so the dialog stops waiting and the name can be asked again.
     if (m_pendingUser.empty())
         return;
+    EndWait();
+    mp_ui->statusEdit->setText(QStringLiteral("Must be online to add a user to your list."));
+}
+
+void AddUserDialog::EndWait()
+{
     m_pendingUser.clear();
     mp_ui->userNameEdit->setReadOnly(false);
     mp_ui->addFriendButton->setEnabled(true);
-    mp_ui->statusEdit->setText(QStringLiteral("Must be online to add a user to your list."));
 }

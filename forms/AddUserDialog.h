@@ -24,6 +24,8 @@ private slots:
     void OnDisconnected();
 
 private:
+    void EndWait();
+
     std::string m_pendingUser; // the name asked for; empty when none
     std::unique_ptr<Ui::AddUserDialog> mp_ui;
 };

@@ -9,6 +9,7 @@
 #include "server/Server.h"
 #include "server/ServerSchema.h"
 #include "shell/ActionSetToolBar.h"
+#include "shell/ItemRow.h"
 #include "store/Data.h"
 #include "store/PathNode.h"
 #include "ui_UserListForm.h"
@@ -55,7 +56,7 @@ void UserListForm::Init()
     for (Item* lp_listed : g("in_user_list").GetItems("user"))
     {
         std::string const l_name = ItemPtr(lp_listed).AsString();
-        AddRow(mp_ui->userList, lp_listed, "user_list_node");
+        AddItemRow(mp_ui->userList, lp_listed, "user_list_node");
         gp_server->TrackUser(l_name);
         UpdateUserGroupsDisplay(l_name);
     }
@@ -64,7 +65,7 @@ void UserListForm::Init()
 
     mp_ui->unsharedList->setSortingEnabled(false);
     for (Item* lp_unshared : g("unshared").GetItems("user"))
-        AddRow(mp_ui->unsharedList, lp_unshared, "unshared_list_node");
+        AddItemRow(mp_ui->unsharedList, lp_unshared, "unshared_list_node");
     mp_ui->unsharedList->setSortingEnabled(true);
     mp_ui->unsharedList->sortByColumn(0, Qt::AscendingOrder);
 
@@ -107,42 +108,22 @@ void UserListForm::Init()
     connect(actionBar, &ActionSetToolBar::ActionTriggered, this, &UserListForm::OnActionBarTriggered);
 }
 
-QTreeWidgetItem* UserListForm::AddRow(QTreeWidget* ip_tree, Item* ip_user, char const* i_nodeType)
-{
-    ItemPtr const l_user(ip_user);
-    if (ItemPtr const l_node = l_user[i_nodeType])
-        return l_node.AsPointer<QTreeWidgetItem>();
-    auto* lp_row = new QTreeWidgetItem(ip_tree);
-    lp_row->setText(0, QString::fromStdString(l_user.AsString()));
-    l_user += d.GetType(i_nodeType)->GetItem(Value(lp_row));
-    return lp_row;
-}
-
-void UserListForm::DropRow(Item* ip_user, char const* i_nodeType)
-{
-    ItemPtr const l_node = ItemPtr(ip_user)[i_nodeType];
-    if (!l_node)
-        return;
-    delete l_node.AsPointer<QTreeWidgetItem>();
-    l_node.Remove();
-}
-
 void UserListForm::OnUserOnline(Item* ip_user)
 {
-    if (auto* lp_row = ItemPtr(ip_user)["user_list_node"].AsPointer<QTreeWidgetItem>())
+    if (QTreeWidgetItem* lp_row = ItemRow(ip_user, "user_list_node"))
         lp_row->setText(1, QStringLiteral("Online"));
 }
 
 void UserListForm::OnUserOffline(Item* ip_user)
 {
-    if (auto* lp_row = ItemPtr(ip_user)["user_list_node"].AsPointer<QTreeWidgetItem>())
+    if (QTreeWidgetItem* lp_row = ItemRow(ip_user, "user_list_node"))
         lp_row->setText(1, QString());
 }
 
 void UserListForm::OnUserAddedToList(Item* ip_user)
 {
     ItemPtr const l_user(ip_user);
-    AddRow(mp_ui->userList, ip_user, "user_list_node");
+    AddItemRow(mp_ui->userList, ip_user, "user_list_node");
     if (l_user.IsConnected("is_online"))
         OnUserOnline(ip_user);
     gp_server->TrackUser(l_user.AsString());
@@ -152,17 +133,17 @@ void UserListForm::OnUserAddedToList(Item* ip_user)
 void UserListForm::OnUserRemovedFromList(Item* ip_user)
 {
     // Tracking goes on: the server keeps reporting the user's status until the next login.
-    DropRow(ip_user, "user_list_node");
+    DropItemRow(ip_user, "user_list_node");
 }
 
 void UserListForm::OnUserUnshared(Item* ip_user)
 {
-    AddRow(mp_ui->unsharedList, ip_user, "unshared_list_node");
+    AddItemRow(mp_ui->unsharedList, ip_user, "unshared_list_node");
 }
 
 void UserListForm::OnUserReshared(Item* ip_user)
 {
-    DropRow(ip_user, "unshared_list_node");
+    DropItemRow(ip_user, "unshared_list_node");
 }
 
 void UserListForm::OnUserGroupAdded(Item* ip_user)
@@ -178,7 +159,7 @@ void UserListForm::OnUserGroupRemoved(Item* ip_user)
 void UserListForm::UpdateUserGroupsDisplay(std::string const& i_user)
 {
     ItemPtr const l_user = d.GetType("user")->HasItem(i_user);
-    auto* lp_row = l_user["user_list_node"].AsPointer<QTreeWidgetItem>();
+    QTreeWidgetItem* lp_row = ItemRow(l_user, "user_list_node");
     if (!lp_row)
         return;
     QStringList l_groups;

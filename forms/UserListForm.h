@@ -12,7 +12,6 @@ class UserListForm;
 }
 class Item;
 class QTreeWidget;
-class QTreeWidgetItem;
 
 // The "Users" page: everybody on the user list with online status and groups, and on a second
 // tab everybody from whom files are withheld. The rows follow the graph's marks on each user.
@@ -49,8 +48,6 @@ public slots:
     void OnUnsharedListContextMenuRequested(QPoint const& i_point);
 
 private:
-    QTreeWidgetItem* AddRow(QTreeWidget* ip_tree, Item* ip_user, char const* i_nodeType);
-    void DropRow(Item* ip_user, char const* i_nodeType);
     void ShowUserMenu(QTreeWidget* ip_tree, QPoint const& i_point);
 
     std::unique_ptr<Ui::UserListForm> mp_ui;

@@ -48,8 +48,9 @@ std::string UserMenuOptions::SenderUser(QObject* ip_sender)
 
 void UserMenuOptions::OnSetGroups()
 {
-    if (UserItem(SenderUser(sender())))
-        OpenGroupsDialog(SenderUser(sender()));
+    std::string const l_user = SenderUser(sender());
+    if (UserItem(l_user))
+        OpenGroupsDialog(l_user);
 }
 
 void UserMenuOptions::OnRemoveFromList()

@@ -4,6 +4,7 @@
 #include <QPlainTextEdit>
 #include <QTreeWidgetItem>
 
+#include "shell/ItemRow.h"
 #include "store/Data.h"
 #include "store/Log.h"
 #include "ui_DiagnosticsForm.h"
@@ -133,26 +134,13 @@ void DiagnosticsForm::FlushPendingLines()
 
 void DiagnosticsForm::OnUserTracked(Item* ip_user)
 {
-    ItemPtr const l_user(ip_user);
-    QString const l_status = l_user.IsConnected("is_online") ? QStringLiteral("Online") : QStringLiteral("Offline");
-    if (l_user["track_user_node"])
-    {
-        SetStatus(ip_user, l_status);
-        return;
-    }
-    auto* lp_row = new QTreeWidgetItem(mp_ui->trackedUsersTree);
-    lp_row->setText(0, QString::fromStdString(l_user.AsString()));
-    lp_row->setText(1, l_status);
-    d.GetType("track_user_node")->GetItem(Value(lp_row))->Connect(ip_user);
+    AddItemRow(mp_ui->trackedUsersTree, ip_user, "track_user_node")
+        ->setText(1, ItemPtr(ip_user).IsConnected("is_online") ? QStringLiteral("Online") : QStringLiteral("Offline"));
 }
 
 void DiagnosticsForm::OnUserUntracked(Item* ip_user)
 {
-    ItemPtr const l_node = ItemPtr(ip_user)["track_user_node"];
-    if (!l_node)
-        return;
-    delete l_node.AsPointer<QTreeWidgetItem>();
-    l_node.Remove();
+    DropItemRow(ip_user, "track_user_node");
 }
 
 void DiagnosticsForm::OnUserOnline(Item* ip_user)
@@ -167,6 +155,6 @@ void DiagnosticsForm::OnUserOffline(Item* ip_user)
 
 void DiagnosticsForm::SetStatus(Item* ip_user, QString const& i_status)
 {
-    if (auto* lp_row = ItemPtr(ip_user)["track_user_node"].AsPointer<QTreeWidgetItem>())
+    if (QTreeWidgetItem* lp_row = ItemRow(ip_user, "track_user_node"))
         lp_row->setText(1, i_status);
 }

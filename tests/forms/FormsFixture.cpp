@@ -27,15 +27,12 @@ void FormsTest::TearDown()
 
 void FormsTest::LogIn()
 {
-    ASSERT_TRUE(m_listener.listen(QHostAddress::LocalHost, 0));
-    gp_server->SetAddress(QStringLiteral("127.0.0.1"), m_listener.serverPort());
+    gp_server->SetAddress(QStringLiteral("127.0.0.1"), m_central.Port());
     SetGlobal("username", "me");
     SetGlobal("password", "pw");
     gp_server->Connect();
-    ASSERT_TRUE(WaitFor([this] { return m_listener.hasPendingConnections(); }));
-    mp_central = std::make_unique<RawClient>(m_listener.nextPendingConnection());
-    ASSERT_EQ(mp_central->Next().left(4), Body(1).Bytes());
-    mp_central->Send(Body(1).U8(1).Str("welcome").U32(0).Str(""));
+    mp_central = m_central.AnswerLogin();
+    ASSERT_TRUE(mp_central);
     ASSERT_TRUE(WaitFor([] { return gp_server->IsConnected(); }));
     while (!mp_central->Next(300).isEmpty())
     {

@@ -4,12 +4,11 @@
 
 #include <QApplication>
 #include <QString>
-#include <QTcpServer>
 #include <QWidget>
 #include <memory>
 
 #include "store/Data.h"
-#include "support/RawClient.h"
+#include "support/LoopbackCentral.h"
 
 class MainWindow;
 class QTreeWidget;
@@ -56,6 +55,6 @@ protected:
 
     MainWindow* mp_window = nullptr;
     UserListForm* mp_form = nullptr;
-    QTcpServer m_listener;
+    LoopbackCentral m_central;
     std::unique_ptr<RawClient> mp_central;
 };

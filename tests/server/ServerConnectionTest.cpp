@@ -57,7 +57,7 @@ TEST_F(ConnectionTest, LoginFollowsTheSettingsAndFailuresWhileConnectingAreRepor
     EXPECT_EQ(l_connecting.count(), 3);
     EXPECT_EQ(GetGlobal("username"), "TidewickQT");
 
-    m_listener.close(); // now nobody listens on the port
+    m_central.Close(); // now nobody listens on the port
     mp_server->AttemptReconnect();
     ASSERT_TRUE(WaitFor([this] { return m_failed.count() == 4; }));
     EXPECT_EQ(Reason(3), "socket error");

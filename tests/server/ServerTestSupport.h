@@ -4,7 +4,6 @@
 
 #include <QSignalSpy>
 #include <QStringList>
-#include <QTcpServer>
 
 #include <memory>
 
@@ -13,7 +12,7 @@
 #include "store/DataSaver.h"
 #include "store/Log.h"
 #include "store/Settings.h"
-#include "support/RawClient.h"
+#include "support/LoopbackCentral.h"
 #include "support/WaitFor.h"
 
 // A fresh Server per test and a loopback listener that stands in for the central server, on the
@@ -24,8 +23,7 @@ class ServerTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        m_listener.listen(QHostAddress::LocalHost, 0);
-        mp_server->SetAddress(QStringLiteral("127.0.0.1"), m_listener.serverPort());
+        mp_server->SetAddress(QStringLiteral("127.0.0.1"), m_central.Port());
         for (auto const& [lp_key, lp_value] : {std::pair{"username", "alice"}, {"password", "secret"}, {"use_upnp", "no"}, {"listening_port", "2235"}})
             SetGlobal(lp_key, lp_value);
         SetLogSink([this](QString const& i_area, int i_level, QString const& i_text, ItemPtr)
@@ -43,16 +41,13 @@ protected:
     // The central side of the Server's next connection becomes mp_central.
     bool AcceptClient(int i_timeoutMs = 5000)
     {
-        if (!WaitFor([this] { return m_listener.hasPendingConnections(); }, i_timeoutMs))
-            return false;
-        mp_central = std::make_unique<RawClient>(m_listener.nextPendingConnection());
-        return true;
+        mp_central = m_central.Accept(i_timeoutMs);
+        return mp_central != nullptr;
     }
     void AnswerLogin(bool i_success = true)
     {
-        ASSERT_TRUE(AcceptClient());
-        ASSERT_EQ(mp_central->Next().left(4), Body(1).Bytes());
-        mp_central->Send(i_success ? Body(1).U8(1).Str("welcome").U32(0).Str("") : Body(1).U8(0).Str("INVALIDPASS"));
+        mp_central = m_central.AnswerLogin(i_success);
+        ASSERT_TRUE(mp_central);
     }
     void LogIn()
     {
@@ -90,7 +85,7 @@ protected:
     }
 
     bool const m_typesDeclared = DeclareTypes();
-    QTcpServer m_listener;
+    LoopbackCentral m_central;
     std::unique_ptr<RawClient> mp_central;
     std::unique_ptr<Server> mp_server = std::make_unique<Server>();
     QSignalSpy m_connected{mp_server.get(), &Server::Connected};

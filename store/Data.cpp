@@ -2,14 +2,41 @@
 
 #include "store/Require.h"
 
+#include <algorithm>
+#include <set>
+#include <vector>
+
 Data d;
 
-Data::~Data() = default;
+Data::~Data()
+{
+    // The internal path handlers are listed by this object, and the list is read again by the
+    // base class's destructor: empty it before they go.
+    RemoveDataHandlers();
+    std::set<PathNodeHandlerInfo*> l_infos;
+    for (auto* lp_map : {&m_typePairConnectionHandlerInfoMap, &m_typePairDisconnectionHandlerInfoMap})
+        for (auto const& l_entry : *lp_map)
+            l_infos.insert(l_entry.second.begin(), l_entry.second.end());
+    for (PathNodeHandlerInfo* lp_info : l_infos)
+    {
+        delete lp_info->mp_handler;
+        delete lp_info->mp_rootNode;
+        delete lp_info;
+    }
+    for (auto* lp_map : {&m_typePairConnectionEventHandlers, &m_typePairDisconnectionEventHandlers})
+        for (auto const& l_entry : *lp_map)
+            for (PairHandler* lp_handler : l_entry.second)
+                delete lp_handler;
+    // Each type destroys its events with their handlers, and its items.
+    m_types.clear();
+    m_ownedTypes.clear();
+}
 
 Type* Data::NewType(std::string i_name, bool i_isRoot, bool i_isNull, bool i_autoCreate)
 {
     TW_REQUIRE(m_types.count(i_name) == 0, "NewType: name in use", i_name.c_str());
     Type* lp_type = new Type(this, i_name, i_isRoot, i_isNull, i_autoCreate);
+    m_ownedTypes.emplace_back(lp_type);
     m_types.emplace(std::move(i_name), lp_type);
     m_typeAddedEvent.Notify(lp_type);
     return lp_type;
@@ -82,75 +109,83 @@ void Data::NotifyPairs(std::map<TypePair, PairHandlerSet>& io_map, Item* ip_a, I
 
 int Data::RemoveDisconnectedItems()
 {
-    ItemSet l_removeNow;
+    // Items removed below, by the sweep or by listeners, stay readable until it has ended, so
+    // the lists of this walk never hold a freed item.
+    EventDelivery::Walk l_walk;
+    std::vector<Item*> l_removeNow;
+    std::vector<Type*> l_owners;
     for (auto const& l_typeEntry : m_types)
     {
         Type* lp_type = l_typeEntry.second;
-        std::vector<Type*> l_owners;
+        l_owners.clear();
         for (auto const& l_relation : lp_type->Relations())
             if (l_relation.second.m_ownedBy)
                 l_owners.push_back(l_relation.first);
-        for (Item* lp_item : lp_type->GetItems())
+        for (Item* lp_item : lp_type->Items())
         {
-            bool l_ownersPresent = true;
-            for (Type* lp_owner : l_owners)
-                if (!lp_item->IsConnected(lp_owner))
-                    l_ownersPresent = false;
-            (l_ownersPresent ? m_sweepCandidates : l_removeNow).insert(lp_item);
+            bool const l_ownersPresent = std::all_of(l_owners.begin(), l_owners.end(),
+                                                     [lp_item](Type* ip_owner) { return lp_item->IsConnected(ip_owner); });
+            if (l_ownersPresent)
+                lp_item->m_sweepCandidate = true;
+            else
+                l_removeNow.push_back(lp_item);
         }
     }
 
-    // Removal may fire handlers that remove further items, so each item is taken from the
-    // front of the set before it goes, and Remove drops any removed item from the candidates.
+    // Both removals go in address order; an item that a listener removed first is skipped.
     int l_removed = 0;
-    m_sweepRemoveNow = std::move(l_removeNow);
-    while (!m_sweepRemoveNow.empty())
-    {
-        Item* lp_item = *m_sweepRemoveNow.begin();
-        m_sweepRemoveNow.erase(m_sweepRemoveNow.begin());
-        m_sweepCandidates.erase(lp_item);
-        lp_item->Remove();
-        ++l_removed;
-    }
+    auto l_removeAll = [&l_removed](std::vector<Item*>& io_items) {
+        std::sort(io_items.begin(), io_items.end());
+        for (Item* lp_item : io_items)
+            if (lp_item->m_state == Item::State::Alive)
+            {
+                lp_item->m_sweepCandidate = false;
+                lp_item->Remove();
+                ++l_removed;
+            }
+    };
+    l_removeAll(l_removeNow);
 
+    std::vector<Item*> l_roots;
     for (auto const& l_typeEntry : m_types)
     {
         if (!l_typeEntry.second->IsRoot())
             continue;
-        for (Item* lp_item : l_typeEntry.second->GetItems())
-        {
-            std::set<Type*> l_visited;
-            MarkItemConnections(lp_item, l_visited);
-        }
+        l_roots.assign(l_typeEntry.second->Items().begin(), l_typeEntry.second->Items().end());
+        std::sort(l_roots.begin(), l_roots.end());
+        for (Item* lp_item : l_roots)
+            MarkItemConnections(lp_item);
     }
 
-    while (!m_sweepCandidates.empty())
-    {
-        Item* lp_item = *m_sweepCandidates.begin();
-        m_sweepCandidates.erase(m_sweepCandidates.begin());
-        lp_item->Remove();
-        ++l_removed;
-    }
+    std::vector<Item*> l_unreached;
+    for (auto const& l_typeEntry : m_types)
+        for (Item* lp_item : l_typeEntry.second->Items())
+            if (lp_item->m_sweepCandidate)
+                l_unreached.push_back(lp_item);
+    l_removeAll(l_unreached);
     return l_removed;
 }
 
-void Data::MarkItemConnections(Item* ip_item, std::set<Type*>& io_visited)
+// Marks what a root reaches through attribute items of pairwise different types: a type is
+// flagged while it is on the current path and unflagged on the way back.
+void Data::MarkItemConnections(Item* ip_item)
 {
-    if (m_sweepCandidates.count(ip_item) == 0)
+    if (!ip_item->m_sweepCandidate)
         return;
-    if (!io_visited.insert(ip_item->GetType()).second)
+    Type* lp_type = ip_item->GetType();
+    if (lp_type->m_sweepVisited)
         return;
-    m_sweepCandidates.erase(ip_item);
-    for (auto const& l_entry : ip_item->ConnectedItems())
+    lp_type->m_sweepVisited = true;
+    ip_item->m_sweepCandidate = false;
+    for (ConnectionGroup const& l_group : ip_item->ConnectedItems())
     {
-        TW_REQUIRE(!l_entry.second.empty(), "RemoveDisconnectedItems: empty connection set",
-                   l_entry.first->Name());
-        if (l_entry.first->IsRoot())
+        TW_REQUIRE(!l_group.IsEmpty(), "RemoveDisconnectedItems: empty connection set", l_group.GetType()->Name());
+        if (l_group.GetType()->IsRoot())
             continue;
-        for (Item* lp_other : l_entry.second)
-            MarkItemConnections(lp_other, io_visited);
+        for (Item* lp_other : l_group.Items())
+            MarkItemConnections(lp_other);
     }
-    io_visited.erase(ip_item->GetType());
+    lp_type->m_sweepVisited = false;
 }
 
 ItemSet Data::GetItemSubset(ItemSet const& i_items, char const* i_typeName) const
@@ -158,21 +193,31 @@ ItemSet Data::GetItemSubset(ItemSet const& i_items, char const* i_typeName) cons
     if (i_items.empty())
         return ItemSet();
     Type* lp_type = GetType(i_typeName);
-    auto l_it = i_items.begin();
-    ItemSet const* lp_first = (*l_it)->ConnectedOfType(lp_type);
-    if (!lp_first)
-        return ItemSet();
-    ItemSet l_candidates = *lp_first;
-    for (++l_it; l_it != i_items.end(); ++l_it)
+    // Start from the smallest group, then keep what every other item holds too; the result
+    // is the same from any start.
+    std::vector<ItemRange> l_held;
+    l_held.reserve(i_items.size());
+    for (Item* lp_item : i_items)
     {
-        ItemSet const* lp_held = (*l_it)->ConnectedOfType(lp_type);
-        if (!lp_held)
+        l_held.push_back(lp_item->ConnectedOfType(lp_type));
+        if (l_held.back().empty())
             return ItemSet();
-        l_candidates = l_candidates.Common(*lp_held);
+    }
+    auto l_smallest = std::min_element(l_held.begin(), l_held.end(),
+                                       [](ItemRange const& i_a, ItemRange const& i_b) { return i_a.size() < i_b.size(); });
+    std::vector<Item*> l_candidates(l_smallest->begin(), l_smallest->end());
+    auto l_item = i_items.begin();
+    for (auto l_range = l_held.begin(); l_range != l_held.end(); ++l_range, ++l_item)
+    {
+        if (l_range == l_smallest)
+            continue;
+        // Each candidate is looked up in the other item's group.
+        Item* lp_holder = *l_item;
+        std::erase_if(l_candidates, [lp_holder](Item* ip_candidate) { return !lp_holder->IsConnected(ip_candidate); });
         if (l_candidates.empty())
             return ItemSet();
     }
-    return l_candidates;
+    return ItemSet(l_candidates.begin(), l_candidates.end());
 }
 
 ItemSet Data::GetItems(ItemPtr i_a, ItemPtr i_b, char const* i_typeName) const

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "store/ConnectionInfo.h"
 #include "store/DataHandler.h"
@@ -40,6 +42,7 @@ public:
     };
 
     Data() = default;
+    // Frees every type with its items and handlers, and every path; fires nothing.
     ~Data() override;
 
     Event<Type*> m_typeAddedEvent;
@@ -77,7 +80,7 @@ private:
     void NotifyPairs(std::map<TypePair, PairHandlerSet>& io_map, Item* ip_a, Item* ip_b);
     void AddPairHandler(std::map<TypePair, PairHandlerSet>& io_map, Type* ip_first, Type* ip_second,
                         PairHandler* ip_handler, char const* i_call);
-    void MarkItemConnections(Item* ip_item, std::set<Type*>& io_visited);
+    void MarkItemConnections(Item* ip_item);
 
     void GetPathNodePairs(PathNode* ip_node, std::map<TypePair, PathNodePairInfo>& o_pairMap);
     void OnPathNodeEventConnection(ConnectionInfo& i_info);
@@ -85,19 +88,18 @@ private:
     void OnPathNodeEvent(ConnectionInfo& i_info, std::map<TypePair, PathInfoSet>& io_infoMap);
     void RemovePathEventHandler(PathNodeHandlerInfo* ip_info);
     bool VerifyPathNodeSubNodeConnections(Item* ip_item, PathNode* ip_node, PathNode* ip_skipNode);
-    bool AllSatisfy(ItemSet const& i_items, PathNode* ip_node);
+    bool AllSatisfy(ItemRange const& i_items, PathNode* ip_node);
     bool VerifyPathNodeParentNodeConnections(Item* ip_item, PathNode* ip_node, PathNode* ip_skipNode,
                                              Item*& o_rootItem);
 
     std::map<std::string, Type*> m_types;
+    std::vector<std::unique_ptr<Type>> m_ownedTypes;
     std::map<TypePair, PairHandlerSet> m_typePairConnectionEventHandlers;
     std::map<TypePair, PairHandlerSet> m_typePairDisconnectionEventHandlers;
     std::map<TypePair, PathInfoSet> m_typePairConnectionHandlerInfoMap;
     std::map<TypePair, PathInfoSet> m_typePairDisconnectionHandlerInfoMap;
     std::map<TypePair, PairHandler*> m_typePairConnectionHandlerMap;
     std::map<TypePair, PairHandler*> m_typePairDisconnectionHandlerMap;
-    ItemSet m_sweepCandidates;
-    ItemSet m_sweepRemoveNow;
 };
 
 extern Data d;

@@ -166,27 +166,26 @@ bool Data::VerifyPathNodeSubNodeConnections(Item* ip_item, PathNode* ip_node, Pa
         if (l_sub.first == ip_skipNode)
             continue;
         RequireTestable(l_sub.second);
-        ItemSet const* lp_connected = ip_item->ConnectedOfType(l_sub.first->mp_type);
+        ItemRange const l_connected = ip_item->ConnectedOfType(l_sub.first->mp_type);
         bool l_anySatisfies = false;
-        if (lp_connected)
-            for (Item* lp_other : *lp_connected)
-                if (VerifyPathNodeSubNodeConnections(lp_other, l_sub.first, nullptr))
-                {
-                    l_anySatisfies = true;
-                    break;
-                }
+        for (Item* lp_other : l_connected)
+            if (VerifyPathNodeSubNodeConnections(lp_other, l_sub.first, nullptr))
+            {
+                l_anySatisfies = true;
+                break;
+            }
         if (NeedsConnected(l_sub.second))
         {
             if (!l_anySatisfies)
                 return false;
         }
-        else if (lp_connected && AllSatisfy(*lp_connected, l_sub.first))
+        else if (!l_connected.empty() && AllSatisfy(l_connected, l_sub.first))
             return false;
     }
     return true;
 }
 
-bool Data::AllSatisfy(ItemSet const& i_items, PathNode* ip_node)
+bool Data::AllSatisfy(ItemRange const& i_items, PathNode* ip_node)
 {
     for (Item* lp_item : i_items)
         if (!VerifyPathNodeSubNodeConnections(lp_item, ip_node, nullptr))
@@ -209,19 +208,17 @@ bool Data::VerifyPathNodeParentNodeConnections(Item* ip_item, PathNode* ip_node,
     }
     PathNodeRelation const l_relation = ip_node->m_parentInfo.second;
     RequireTestable(l_relation);
-    ItemSet const* lp_parents = ip_item->ConnectedOfType(lp_parent->mp_type);
+    ItemRange const l_parents = ip_item->ConnectedOfType(lp_parent->mp_type);
     if (NeedsConnected(l_relation))
     {
-        if (!lp_parents)
-            return false;
-        for (Item* lp_candidate : *lp_parents)
+        for (Item* lp_candidate : l_parents)
             if (VerifyPathNodeParentNodeConnections(lp_candidate, lp_parent, ip_node, o_rootItem))
                 return true;
         return false;
     }
-    if (!lp_parents)
+    if (l_parents.empty())
         return true;
-    for (Item* lp_candidate : *lp_parents)
+    for (Item* lp_candidate : l_parents)
     {
         Item* lp_root = nullptr;
         if (!VerifyPathNodeParentNodeConnections(lp_candidate, lp_parent, ip_node, lp_root))

@@ -1,15 +1,13 @@
 #include "store/DataSaver.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
+#include <thread>
+#include <unordered_map>
 
 #include <QStringList>
 
 #include "store/Data.h"
+#include "store/DataFileIO.h"
 #include "store/DataLoadedEventHandler.h"
 #include "store/Log.h"
 
@@ -72,59 +70,6 @@ bool ReadRawString(std::string_view& io_bytes, std::string_view& o_text)
 std::string_view UpToZero(std::string_view i_text)
 {
     return i_text.substr(0, i_text.find('\0'));
-}
-
-bool WriteAll(int i_fd, std::string const& i_bytes)
-{
-    std::size_t l_done = 0;
-    while (l_done < i_bytes.size())
-    {
-        ssize_t const l_written = ::write(i_fd, i_bytes.data() + l_done, i_bytes.size() - l_done);
-        if (l_written < 0 && errno == EINTR)
-            continue;
-        if (l_written <= 0)
-            return false;
-        l_done += static_cast<std::size_t>(l_written);
-    }
-    return true;
-}
-
-// False when there is no plain file to read, which is the normal first start.
-bool ReadWholeFile(char const* i_fileName, std::string& o_bytes)
-{
-    int const l_fd = ::open(i_fileName, O_RDONLY | O_CLOEXEC);
-    if (l_fd < 0)
-        return false;
-    struct stat l_stat = {};
-    bool l_ok = ::fstat(l_fd, &l_stat) == 0;
-    if (l_ok && !S_ISREG(l_stat.st_mode))
-    {
-        Log(s_area, 1, QStringLiteral("The data file is not a plain file and was not read"));
-        l_ok = false;
-    }
-    else if (l_ok && l_stat.st_size > DataSaver::s_maxFileSize)
-    {
-        Log(s_area, 1,
-            QStringLiteral("The data file is larger than %1 bytes and was not read").arg(DataSaver::s_maxFileSize));
-        l_ok = false;
-    }
-    if (l_ok)
-    {
-        o_bytes.resize(static_cast<std::size_t>(l_stat.st_size));
-        std::size_t l_done = 0;
-        while (l_done < o_bytes.size())
-        {
-            ssize_t const l_read = ::read(l_fd, o_bytes.data() + l_done, o_bytes.size() - l_done);
-            if (l_read < 0 && errno == EINTR)
-                continue;
-            if (l_read <= 0)
-                break; // what was read is parsed, and the shortfall reported as damage
-            l_done += static_cast<std::size_t>(l_read);
-        }
-        o_bytes.resize(l_done);
-    }
-    ::close(l_fd);
-    return l_ok;
 }
 
 struct LoadState
@@ -241,7 +186,8 @@ bool ReadPairs(LoadState& io_state)
     return true;
 }
 
-void ReportLoad(LoadState const& i_state, bool i_whole)
+// Logs what the load found; true when the file was whole and sound.
+bool ReportLoad(LoadState const& i_state, bool i_whole)
 {
     auto l_log = [](QString const& i_text) { Log(s_area, 1, i_text); };
     if (!i_whole)
@@ -256,6 +202,9 @@ void ReportLoad(LoadState const& i_state, bool i_whole)
     if (i_state.m_unrelatedPairs > 0)
         l_log(QStringLiteral("The data file connects %1 pairs of items whose types are not related; they were skipped")
                   .arg(i_state.m_unrelatedPairs));
+    // Kinds and relations that no longer match follow from a change of the program, not of
+    // the file; cut, trailing or garbled bytes and bad ids are damage.
+    return i_whole && i_state.m_rest.empty() && i_state.m_badIds == 0;
 }
 } // namespace
 
@@ -267,6 +216,7 @@ DataSaver::DataSaver()
 
 DataSaver::~DataSaver()
 {
+    WaitForBackgroundSave();
     if (dataSaver != this)
         return;
     // Handlers that outlive the saver are handed to the next one, should there be one.
@@ -329,18 +279,24 @@ std::string DataSaver::BuildFile(Data* ip_data) const
                     l_connectionTypes.push_back(lp_connectionType);
         SavedType l_entry{lp_type, {}, l_nextId};
         l_entry.m_items.reserve(lp_type->ItemCount());
-        for (Item* lp_item : lp_type->GetItems())
+        for (Item* lp_item : lp_type->Items())
             if (l_whole || std::any_of(l_connectionTypes.begin(), l_connectionTypes.end(),
                                        [lp_item](Type* ip_type) { return lp_item->IsConnected(ip_type); }))
                 l_entry.m_items.push_back(lp_item);
+        std::sort(l_entry.m_items.begin(), l_entry.m_items.end());
         l_nextId += static_cast<std::int32_t>(l_entry.m_items.size());
         l_saved.push_back(std::move(l_entry));
     }
-    std::map<Type*, SavedType const*> l_byType;
+    std::unordered_map<Type*, SavedType const*> l_byType;
+    std::size_t l_estimate = 4;
     for (SavedType const& l_entry : l_saved)
+    {
         l_byType.emplace(l_entry.mp_type, &l_entry);
+        l_estimate += 64 + l_entry.m_items.size() * 32;
+    }
 
     std::string l_bytes;
+    l_bytes.reserve(l_estimate);
     AppendInt(l_bytes, static_cast<std::int32_t>(l_saved.size()));
     for (SavedType const& l_entry : l_saved)
     {
@@ -352,7 +308,7 @@ std::string DataSaver::BuildFile(Data* ip_data) const
         {
             AppendInt(l_bytes, l_id++);
             if (!l_entry.mp_type->IsNull())
-                WriteString(l_bytes, lp_item->AsString());
+                WriteString(l_bytes, lp_item->AsView());
         }
     }
 
@@ -367,9 +323,9 @@ std::string DataSaver::BuildFile(Data* ip_data) const
         {
             auto const l_id = static_cast<std::int32_t>(l_entry.m_firstId + l_index);
             l_partners.clear();
-            for (auto const& [lp_type, l_connected] : l_entry.m_items[l_index]->ConnectedItems())
+            for (ConnectionGroup const& l_group : l_entry.m_items[l_index]->ConnectedItems())
             {
-                auto const l_other = l_byType.find(lp_type);
+                auto const l_other = l_byType.find(l_group.GetType());
                 if (l_other == l_byType.end())
                     continue;
                 std::vector<Item*> const& l_items = l_other->second->m_items;
@@ -377,7 +333,7 @@ std::string DataSaver::BuildFile(Data* ip_data) const
                     continue; // all its ids are lower: those pairs were written already
                 // Both sides are in address order, so each search starts where the last ended.
                 auto l_from = l_items.begin();
-                for (Item* lp_other : l_connected)
+                for (Item* lp_other : l_group.Items())
                 {
                     l_from = std::lower_bound(l_from, l_items.end(), lp_other);
                     if (l_from == l_items.end())
@@ -401,33 +357,85 @@ std::string DataSaver::BuildFile(Data* ip_data) const
 
 bool DataSaver::Save(Data* ip_data, char const* i_fileName)
 {
-    std::string const l_bytes = BuildFile(ip_data);
-    std::string const l_target = i_fileName;
-    std::string const l_temp = l_target + ".tmp";
-
-    // A leftover of an interrupted save goes; a fresh exclusive file never follows a link.
-    ::unlink(l_temp.c_str());
-    int const l_fd = ::open(l_temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (l_fd < 0)
-        return false;
-    // The file holds the password: the umask must not widen or narrow the mode.
-    bool l_ok = ::fchmod(l_fd, S_IRUSR | S_IWUSR) == 0 && WriteAll(l_fd, l_bytes) && ::fsync(l_fd) == 0;
-    l_ok = ::close(l_fd) == 0 && l_ok;
-    l_ok = l_ok && ::rename(l_temp.c_str(), l_target.c_str()) == 0;
-    if (!l_ok)
-        ::unlink(l_temp.c_str());
+    WaitForBackgroundSave();
+    std::uint64_t const l_stamp = SavedChangeStamp(ip_data);
+    bool const l_ok = DataFileIO::WriteFileAtomically(i_fileName, BuildFile(ip_data));
+    if (l_ok)
+        m_savedStamp = l_stamp;
     return l_ok;
+}
+
+bool DataSaver::SaveInBackground(Data* ip_data, char const* i_fileName)
+{
+    if (m_backgroundWrite.valid())
+    {
+        if (m_backgroundWrite.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+            return false; // the disk is slow: the next period tries again
+        CollectBackgroundSave();
+    }
+    std::uint64_t const l_stamp = SavedChangeStamp(ip_data);
+    if (m_savedStamp == l_stamp)
+        return false;
+    m_writingStamp = l_stamp;
+    m_backgroundWrite = std::async(std::launch::async, DataFileIO::WriteFileAtomically, std::string(i_fileName),
+                                   BuildFile(ip_data));
+    return true;
+}
+
+bool DataSaver::WaitForBackgroundSave()
+{
+    return m_backgroundWrite.valid() ? CollectBackgroundSave() : true;
+}
+
+bool DataSaver::CollectBackgroundSave()
+{
+    bool const l_ok = m_backgroundWrite.get();
+    if (l_ok)
+        m_savedStamp = m_writingStamp;
+    else
+    {
+        m_savedStamp.reset();
+        Log(s_area, 1, QStringLiteral("The data file could not be written; the next save tries again"));
+    }
+    return l_ok;
+}
+
+std::uint64_t DataSaver::SavedChangeStamp(Data* ip_data) const
+{
+    std::uint64_t l_stamp = 0;
+    for (auto const& [l_name, lp_type] : ip_data->Types())
+        if (IsSavedType(l_name))
+            l_stamp += lp_type->ChangeCount();
+    return l_stamp;
 }
 
 void DataSaver::Load(Data* ip_data, char const* i_fileName)
 {
+    m_damagedCopy.clear();
     std::string l_bytes;
-    if (ReadWholeFile(i_fileName, l_bytes))
-        ParseFile(ip_data, l_bytes);
+    switch (DataFileIO::ReadWholeFile(i_fileName, l_bytes))
+    {
+    case DataFileIO::ReadResult::Read:
+        if (!ParseFile(ip_data, l_bytes))
+            m_damagedCopy = DataFileIO::KeepDamagedCopy(i_fileName, &l_bytes);
+        break;
+    case DataFileIO::ReadResult::TooLarge:
+        Log(s_area, 1, QStringLiteral("The data file is larger than %1 bytes and was not read").arg(s_maxFileSize));
+        // Moved aside whole, so that the next save does not replace it with an empty graph.
+        m_damagedCopy = DataFileIO::KeepDamagedCopy(i_fileName, nullptr);
+        break;
+    case DataFileIO::ReadResult::NotPlain:
+        Log(s_area, 1, QStringLiteral("The data file is not a plain file and was not read"));
+        break;
+    case DataFileIO::ReadResult::Missing:
+        break;
+    }
+    if (!m_damagedCopy.empty())
+        Log(s_area, 1, QStringLiteral("The damaged data file was kept as %1").arg(QString::fromStdString(m_damagedCopy)));
     EmitDataLoaded();
 }
 
-void DataSaver::ParseFile(Data* ip_data, std::string_view i_bytes)
+bool DataSaver::ParseFile(Data* ip_data, std::string_view i_bytes)
 {
     // Listeners fire during the load and might remove an item read earlier; its id must then
     // be forgotten before a later pair would reach it.
@@ -442,13 +450,14 @@ void DataSaver::ParseFile(Data* ip_data, std::string_view i_bytes)
     for (std::int32_t l_index = 0; l_whole && l_index < l_typeCount; ++l_index)
         l_whole = ReadTypeRecord(l_state);
     l_whole = l_whole && ReadPairs(l_state);
-    ReportLoad(l_state, l_whole);
+    bool const l_sound = ReportLoad(l_state, l_whole);
 
     lp_handler->m_removed = true;
     m_handlers.erase(lp_handler);
     m_loadedItems.clear();
     m_loadedItems.shrink_to_fit();
     m_removedWhileCreating.clear();
+    return l_sound;
 }
 
 void DataSaver::OnItemRemovedDuringLoad(Item* ip_item)

@@ -1,6 +1,14 @@
 #include "store/Item.h"
 
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <new>
 #include <sstream>
+#include <vector>
 
 #include "store/Data.h"
 #include "store/Require.h"
@@ -30,6 +38,42 @@ std::uintptr_t Item::AsAddress() const
     return ReadNumber<unsigned long long>(this, "AsAddress: not an address");
 }
 
+Item* Item::Create(Type* ip_type, std::string_view i_value)
+{
+    TW_REQUIRE(i_value.size() < std::numeric_limits<std::uint32_t>::max(), "NewItem: value too long", ip_type->Name());
+    std::size_t const l_bytes = sizeof(Item) + (i_value.empty() ? 0 : i_value.size() + 1);
+    auto* lp_item = new (::operator new(l_bytes)) Item(ip_type, static_cast<std::uint32_t>(i_value.size()));
+    if (!i_value.empty())
+    {
+        char* lp_text = reinterpret_cast<char*>(lp_item + 1);
+        std::memcpy(lp_text, i_value.data(), i_value.size());
+        lp_text[i_value.size()] = '\0';
+    }
+    return lp_item;
+}
+
+void Item::Destroy(Item* ip_item)
+{
+    ip_item->~Item();
+    ::operator delete(ip_item);
+}
+
+Item::~Item()
+{
+    for (std::uint16_t l_index = 0; l_index < m_groupCount; ++l_index)
+        mp_groups[l_index].Release();
+    std::free(mp_groups);
+}
+
+ConnectionGroup* Item::FindGroup(Type* ip_type) const
+{
+    ConnectionGroup* lp_end = mp_groups + m_groupCount;
+    ConnectionGroup* lp_group = std::lower_bound(mp_groups, lp_end, ip_type, [](ConnectionGroup const& i_group, Type* ip_key) {
+        return std::less<Type*>()(i_group.GetType(), ip_key);
+    });
+    return lp_group != lp_end && lp_group->GetType() == ip_type ? lp_group : nullptr;
+}
+
 Item* Item::Connect(Item* ip_other)
 {
     RelationInfo const l_relation = mp_type->GetRelation(ip_other->mp_type);
@@ -49,23 +93,54 @@ Item* Item::Connect(Item* ip_other)
 
 void Item::ConnectThisEnd(Item* ip_other, OneOrMany i_howMany)
 {
+    Type* lp_otherType = ip_other->mp_type;
     if (i_howMany == One)
+        if (ConnectionGroup* lp_held = FindGroup(lp_otherType))
+            Disconnect(lp_held->First());
+    ++mp_type->m_changes;
+    if (ConnectionGroup* lp_group = FindGroup(lp_otherType))
     {
-        auto l_it = m_typeItemsMap.find(ip_other->mp_type);
-        if (l_it != m_typeItemsMap.end() && !l_it->second.empty())
-            Disconnect(*l_it->second.begin());
+        lp_group->Insert(ip_other);
+        return;
     }
-    m_typeItemsMap[ip_other->mp_type].insert(ip_other);
+    // A new group, in type order. The array grows to the next power of two when full.
+    TW_REQUIRE(m_groupCount < std::numeric_limits<std::uint16_t>::max(), "Connect: too many connected types",
+               mp_type->Name());
+    if (std::has_single_bit(m_groupCount) || m_groupCount == 0)
+    {
+        void* lp_grown = std::realloc(mp_groups, sizeof(ConnectionGroup) * (m_groupCount ? m_groupCount * 2u : 1u));
+        if (!lp_grown)
+            throw std::bad_alloc();
+        mp_groups = static_cast<ConnectionGroup*>(lp_grown);
+    }
+    ConnectionGroup* lp_end = mp_groups + m_groupCount;
+    ConnectionGroup* lp_at = std::lower_bound(mp_groups, lp_end, lp_otherType, [](ConnectionGroup const& i_group, Type* ip_key) {
+        return std::less<Type*>()(i_group.GetType(), ip_key);
+    });
+    std::memmove(static_cast<void*>(lp_at + 1), lp_at, static_cast<std::size_t>(lp_end - lp_at) * sizeof(ConnectionGroup));
+    new (lp_at) ConnectionGroup(lp_otherType, ip_other);
+    ++m_groupCount;
 }
 
 void Item::DisconnectThisEnd(Item* ip_other)
 {
-    auto l_it = m_typeItemsMap.find(ip_other->mp_type);
-    if (l_it == m_typeItemsMap.end())
+    ConnectionGroup* lp_group = FindGroup(ip_other->mp_type);
+    if (!lp_group || !lp_group->Erase(ip_other))
         return;
-    l_it->second.erase(ip_other);
-    if (l_it->second.empty())
-        m_typeItemsMap.erase(l_it);
+    ++mp_type->m_changes;
+    if (!lp_group->IsEmpty())
+        return;
+    ConnectionGroup* lp_end = mp_groups + m_groupCount;
+    std::memmove(static_cast<void*>(lp_group), lp_group + 1, static_cast<std::size_t>(lp_end - lp_group - 1) * sizeof(ConnectionGroup));
+    --m_groupCount;
+    if (m_groupCount == 0)
+    {
+        std::free(mp_groups);
+        mp_groups = nullptr;
+    }
+    else if (std::has_single_bit(m_groupCount))
+        if (void* lp_shrunk = std::realloc(mp_groups, sizeof(ConnectionGroup) * m_groupCount))
+            mp_groups = static_cast<ConnectionGroup*>(lp_shrunk);
 }
 
 void Item::Disconnect(Item* ip_other)
@@ -83,18 +158,18 @@ void Item::Disconnect(Item* ip_other)
 
 void Item::Disconnect(char const* i_typeName)
 {
-    auto l_it = m_typeItemsMap.find(mp_type->mp_data->GetType(i_typeName));
-    if (l_it == m_typeItemsMap.end())
+    ItemRange const l_items = ConnectedOfType(mp_type->mp_data->GetType(i_typeName));
+    if (l_items.empty())
         return;
-    ItemSet const l_copy = l_it->second;
+    std::vector<Item*> const l_copy(l_items.begin(), l_items.end());
     for (Item* lp_other : l_copy)
         Disconnect(lp_other);
 }
 
 bool Item::IsConnected(Item* ip_other) const
 {
-    auto l_it = m_typeItemsMap.find(ip_other->mp_type);
-    return l_it != m_typeItemsMap.end() && l_it->second.count(ip_other) > 0;
+    ConnectionGroup const* lp_group = FindGroup(ip_other->mp_type);
+    return lp_group && lp_group->Contains(ip_other);
 }
 
 bool Item::IsConnected(char const* i_typeName) const
@@ -102,15 +177,20 @@ bool Item::IsConnected(char const* i_typeName) const
     return IsConnected(mp_type->mp_data->GetType(i_typeName));
 }
 
-bool Item::IsConnected(Type* ip_type) const
+ItemRange Item::ConnectedOfType(Type* ip_type) const
 {
-    return m_typeItemsMap.count(ip_type) > 0;
+    ConnectionGroup const* lp_group = FindGroup(ip_type);
+    return lp_group ? lp_group->Items() : ItemRange();
 }
 
-ItemSet const* Item::ConnectedOfType(Type* ip_type) const
+void Item::GetConnectedItems(std::map<Type*, ItemSet>& o_items) const
 {
-    auto l_it = m_typeItemsMap.find(ip_type);
-    return l_it != m_typeItemsMap.end() ? &l_it->second : nullptr;
+    o_items.clear();
+    for (ConnectionGroup const& l_group : ConnectedItems())
+    {
+        ItemRange const l_items = l_group.Items();
+        o_items.emplace(l_group.GetType(), ItemSet(l_items.begin(), l_items.end()));
+    }
 }
 
 Item* Item::GetItem(char const* i_typeName) const
@@ -122,8 +202,8 @@ Item* Item::GetItem(Type* ip_type) const
 {
     TW_REQUIRE(mp_type->GetRelation(ip_type).m_typeTo == One, "GetItem/HasItem by name: relation holds Many",
                (mp_type->GetName() + " -> " + ip_type->GetName()).c_str());
-    ItemSet const* lp_items = ConnectedOfType(ip_type);
-    return lp_items ? *lp_items->begin() : nullptr;
+    ConnectionGroup const* lp_group = FindGroup(ip_type);
+    return lp_group ? lp_group->First() : nullptr;
 }
 
 void Item::GetItems(char const* i_typeName, ItemSet& o_items) const
@@ -134,8 +214,9 @@ void Item::GetItems(char const* i_typeName, ItemSet& o_items) const
 void Item::GetItems(Type* ip_type, ItemSet& o_items) const
 {
     mp_type->GetRelation(ip_type);
-    if (ItemSet const* lp_items = ConnectedOfType(ip_type))
-        o_items = *lp_items;
+    ItemRange const l_items = ConnectedOfType(ip_type);
+    if (!l_items.empty())
+        o_items = ItemSet(l_items.begin(), l_items.end());
 }
 
 Item* Item::NewItem(char const* i_typeName)
@@ -145,8 +226,8 @@ Item* Item::NewItem(char const* i_typeName)
     RelationInfo const l_relation = mp_type->GetRelation(lp_type);
     if (l_relation.m_typeTo == Many)
         return Connect(lp_type->NewItem());
-    if (ItemSet const* lp_items = ConnectedOfType(lp_type))
-        return *lp_items->begin();
+    if (ConnectionGroup const* lp_held = FindGroup(lp_type))
+        return lp_held->First();
     if (l_relation.m_typeFrom == Many)
         return Connect(lp_type->GetGlobalNullItem());
     return Connect(lp_type->NewItem());
@@ -164,15 +245,16 @@ void Item::Remove()
     mp_type->m_itemRemovedEvent.Notify(lp_self);
     mp_type->mp_data->m_itemRemovedEvent.Notify(lp_self);
 
-    TypeItemsMap const l_connections = m_typeItemsMap;
-    for (auto const& l_entry : l_connections)
-        for (Item* lp_other : l_entry.second)
-            if (!lp_other->IsRemoved())
-                Disconnect(lp_other);
+    std::vector<Item*> l_connections;
+    for (ConnectionGroup const& l_group : ConnectedItems())
+        for (Item* lp_other : l_group.Items())
+            l_connections.push_back(lp_other);
+    for (Item* lp_other : l_connections)
+        if (!lp_other->IsRemoved())
+            Disconnect(lp_other);
 
     m_state = State::Removed;
     mp_type->Forget(this);
-    mp_type->mp_data->m_sweepCandidates.erase(this);
-    mp_type->mp_data->m_sweepRemoveNow.erase(this);
-    EventDelivery::BuryLater([](void* ip_item) { delete static_cast<Item*>(ip_item); }, this);
+    m_sweepCandidate = false;
+    EventDelivery::BuryLater([](void* ip_item) { Destroy(static_cast<Item*>(ip_item)); }, this);
 }

@@ -37,8 +37,8 @@ std::list<Item*> Flatten(std::map<Key, ItemSet, Compare> const& i_groups, bool i
 
 bool ConnectedToAny(Item* ip_item, ItemSet const& i_others)
 {
-    for (auto const& l_entry : ip_item->ConnectedItems())
-        for (Item* lp_other : l_entry.second)
+    for (ConnectionGroup const& l_group : ip_item->ConnectedItems())
+        for (Item* lp_other : l_group.Items())
             if (i_others.count(lp_other))
                 return true;
     return false;
@@ -80,8 +80,8 @@ ItemSet ItemSet::Connected(ItemSet const& i_other) const
     }
     // Walk the other side's connections and keep those that lie in this set.
     for (Item* lp_other : i_other)
-        for (auto const& l_entry : lp_other->ConnectedItems())
-            for (Item* lp_item : l_entry.second)
+        for (ConnectionGroup const& l_group : lp_other->ConnectedItems())
+            for (Item* lp_item : l_group.Items())
                 if (count(lp_item))
                     l_result.insert(lp_item);
     return l_result;
@@ -102,14 +102,26 @@ static Data& DataOf(ItemSet const& i_items)
     return i_items.empty() ? d : *(*i_items.begin())->GetType()->GetData();
 }
 
+// Being connected to some item of a type is having a group of that type, so these ask each
+// item of the set instead of copying the whole type.
 ItemSet ItemSet::Connected(char const* i_typeName) const
 {
-    return Connected(DataOf(*this).GetType(i_typeName)->GetItems());
+    Type* lp_type = DataOf(*this).GetType(i_typeName);
+    ItemSet l_result;
+    for (Item* lp_item : *this)
+        if (lp_item->IsConnected(lp_type))
+            l_result.insert(l_result.end(), lp_item);
+    return l_result;
 }
 
 ItemSet ItemSet::NotConnected(char const* i_typeName) const
 {
-    return NotConnected(DataOf(*this).GetType(i_typeName)->GetItems());
+    Type* lp_type = DataOf(*this).GetType(i_typeName);
+    ItemSet l_result;
+    for (Item* lp_item : *this)
+        if (!lp_item->IsConnected(lp_type))
+            l_result.insert(l_result.end(), lp_item);
+    return l_result;
 }
 
 ItemSet ItemSet::Connected(char const* i_typeName, Value const& i_value) const
@@ -128,8 +140,10 @@ ItemSet ItemSet::GetItems(char const* i_typeName) const
 {
     ItemSet l_result;
     for (Item* lp_item : *this)
-        if (ItemSet const* lp_items = lp_item->ConnectedOfType(lp_item->GetType()->GetData()->GetType(i_typeName)))
-            l_result.Add(*lp_items);
+    {
+        ItemRange const l_items = lp_item->ConnectedOfType(lp_item->GetType()->GetData()->GetType(i_typeName));
+        l_result.insert(l_items.begin(), l_items.end());
+    }
     return l_result;
 }
 

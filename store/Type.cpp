@@ -1,5 +1,8 @@
 #include "store/Type.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "store/Data.h"
 #include "store/Item.h"
 #include "store/ItemPtr.h"
@@ -7,7 +10,7 @@
 
 Type::Type(Data* ip_data, std::string i_name, bool i_isRoot, bool i_isNull, bool i_autoCreate)
     : mp_data(ip_data), m_name(std::move(i_name)), m_isRoot(i_isRoot), m_isNull(i_isNull),
-      m_autoCreate(i_autoCreate)
+      m_autoCreate(i_autoCreate), m_items(!i_isNull)
 {
 }
 
@@ -29,13 +32,11 @@ RelationInfo const& Type::GetRelation(Type* ip_other) const
     return l_it->second;
 }
 
-Item* Type::CreateItem(std::string i_value)
+Item* Type::CreateItem(std::string_view i_value)
 {
-    Item* lp_item = new Item(this, std::move(i_value));
-    if (m_isNull)
-        m_nullItems.insert(lp_item);
-    else
-        m_valueItems.emplace(lp_item->m_value, lp_item);
+    Item* lp_item = Item::Create(this, i_value);
+    m_items.Insert(lp_item);
+    ++m_changes;
     // A listener may remove the new item at once; then the rest hear nothing and get null.
     EventDelivery::Walk l_walk;
     Item* lp_arg = lp_item;
@@ -48,41 +49,37 @@ Item* Type::CreateItem(std::string i_value)
 
 void Type::Forget(Item* ip_item)
 {
-    if (m_isNull)
-        m_nullItems.erase(ip_item);
-    else
-        m_valueItems.erase(ip_item->m_value);
+    m_items.Erase(ip_item);
+    ++m_changes;
 }
 
 Item* Type::NewItem(Value const& i_value)
 {
     TW_REQUIRE(!m_isNull, "NewItem(Value) on a null type", m_name.c_str());
-    auto l_it = m_valueItems.find(i_value.Str());
-    if (l_it != m_valueItems.end())
-        return l_it->second;
+    if (Item* lp_item = m_items.Find(i_value.Str()))
+        return lp_item;
     return CreateItem(i_value.Str());
 }
 
 Item* Type::NewItem()
 {
     TW_REQUIRE(m_isNull, "NewItem() on a type with values", m_name.c_str());
-    return CreateItem(std::string());
+    return CreateItem(std::string_view());
 }
 
 Item* Type::GetGlobalNullItem()
 {
     TW_REQUIRE(m_isNull, "GetGlobalNullItem on a type with values", m_name.c_str());
-    if (!m_nullItems.empty())
-        return *m_nullItems.begin();
+    if (Item* lp_lowest = m_items.Lowest())
+        return lp_lowest;
     return NewItem();
 }
 
 Item* Type::GetItem(Value const& i_value)
 {
     TW_REQUIRE(!m_isNull, "GetItem(Value) on a null type", m_name.c_str());
-    auto l_it = m_valueItems.find(i_value.Str());
-    if (l_it != m_valueItems.end())
-        return l_it->second;
+    if (Item* lp_item = m_items.Find(i_value.Str()))
+        return lp_item;
     return m_autoCreate ? CreateItem(i_value.Str()) : nullptr;
 }
 
@@ -94,8 +91,7 @@ ItemPtr Type::operator[](Value const& i_value)
 ItemPtr Type::HasItem(Value const& i_value) const
 {
     TW_REQUIRE(!m_isNull, "HasItem(Value) on a null type", m_name.c_str());
-    auto l_it = m_valueItems.find(i_value.Str());
-    return l_it != m_valueItems.end() ? l_it->second : nullptr;
+    return m_items.Find(i_value.Str());
 }
 
 ItemSet Type::GetItems() const
@@ -107,12 +103,7 @@ ItemSet Type::GetItems() const
 
 void Type::GetItems(ItemSet& o_items) const
 {
-    if (m_isNull)
-    {
-        o_items = m_nullItems;
-        return;
-    }
-    o_items.clear();
-    for (auto const& l_entry : m_valueItems)
-        o_items.insert(l_entry.second);
+    std::vector<Item*> l_sorted(m_items.begin(), m_items.end());
+    std::sort(l_sorted.begin(), l_sorted.end());
+    o_items = ItemSet(l_sorted.begin(), l_sorted.end());
 }

@@ -1,11 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 
 #include "store/ConnectionInfo.h"
 #include "store/Event.h"
+#include "store/ItemIndex.h"
 #include "store/ItemSet.h"
 #include "store/RelationInfo.h"
 #include "store/Value.h"
@@ -44,13 +45,23 @@ public:
     ItemPtr HasItem(Value const& i_value) const;
     ItemSet GetItems() const;
     void GetItems(ItemSet& o_items) const;
-    std::size_t ItemCount() const { return m_isNull ? m_nullItems.size() : m_valueItems.size(); }
+    std::size_t ItemCount() const { return m_items.Size(); }
+    // Every item of the type in place, in no particular order; the graph must not change
+    // during the walk. The hot paths (sweep, save, joins over a whole type) walk this.
+    ItemIndex const& Items() const { return m_items; }
+    // Grows with every item made or removed and every connection made or undone at one of
+    // its items: equal counts mean nothing of the type changed in between.
+    std::uint64_t ChangeCount() const { return m_changes; }
+
+    ~Type() = default;
+    Type(Type const&) = delete;
+    Type& operator=(Type const&) = delete;
 
 private:
     friend class Data;
     friend class Item;
     Type(Data* ip_data, std::string i_name, bool i_isRoot, bool i_isNull, bool i_autoCreate);
-    Item* CreateItem(std::string i_value);
+    Item* CreateItem(std::string_view i_value);
     void Forget(Item* ip_item);
 
     Data* mp_data;
@@ -59,6 +70,7 @@ private:
     bool m_isNull;
     bool m_autoCreate;
     std::map<Type*, RelationInfo> m_relations;
-    std::map<std::string, Item*> m_valueItems;
-    ItemSet m_nullItems;
+    ItemIndex m_items;
+    std::uint64_t m_changes = 0;
+    bool m_sweepVisited = false; // on the current path of a sweep's mark walk
 };

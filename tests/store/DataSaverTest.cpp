@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtEndian>
 
@@ -55,7 +56,7 @@ Lines Describe(Data& i_data)
         {
             Lines l_neighbours;
             for (auto const& l_connected : lp_item->ConnectedItems())
-                for (Item* lp_other : l_connected.second)
+                for (Item* lp_other : l_connected.Items())
                     l_neighbours.insert(" " + l_label(lp_other));
             l_lines.insert(std::accumulate(l_neighbours.begin(), l_neighbours.end(), l_label(lp_item) + " ->"));
         }
@@ -158,6 +159,7 @@ TEST_F(DataSaverTest, SavesExactlyTheSavedPartAndLoadsItBack)
     // What was loaded saves to the same file again.
     EXPECT_EQ(Load().size(), 9u);
     EXPECT_TRUE(m_log.isEmpty());
+    EXPECT_TRUE(mp_saver->DamagedCopy().empty());
     ASSERT_TRUE(mp_saver->Save(mp_loaded.get(), m_file.c_str()));
     EXPECT_EQ(ReadFile(), l_expected.m_bytes);
 
@@ -230,6 +232,11 @@ TEST_F(DataSaverTest, HostileAndForeignRecordsAreSkippedAndTold)
         SCOPED_TRACE(&l_case - l_cases);
         m_log.clear();
         EXPECT_EQ(Load(l_case.m_bytes.m_bytes), l_case.m_kept);
+        // Everything but kinds and relations that no longer match is damage, kept as it was.
+        bool const l_damaged = &l_case != &l_cases[std::size(l_cases) - 1];
+        EXPECT_EQ(mp_saver->DamagedCopy().empty(), !l_damaged);
+        EXPECT_EQ(m_log.filter(QStringLiteral("damaged data file was kept as")).size(), l_damaged ? 1 : 0);
+        m_log = m_log.filter(QRegularExpression(QStringLiteral("^(?!The damaged data file was kept)")));
         QStringList const l_told = QString::fromLatin1(l_case.m_told).split(u'|');
         ASSERT_EQ(m_log.size(), l_told.size()) << m_log.join(u'|').toStdString();
         for (qsizetype l_index = 0; l_index < l_told.size(); ++l_index)
@@ -288,8 +295,68 @@ TEST_F(DataSaverTest, MissingFolderOrOversizedFileLoadsNothingButStillTells)
     EXPECT_EQ(Load(Bytes().Int(1).Record("note", 0, 1).Int(1).Str("n").Int(0).m_bytes).size(), 1u);
     ASSERT_EQ(::truncate(m_file.c_str(), DataSaver::s_maxFileSize + 1), 0); // sparse: costs no disk
     EXPECT_TRUE(Load().empty());
-    ASSERT_EQ(m_log.size(), 2);
-    EXPECT_TRUE(m_log[0].contains(u"not a plain file") && m_log[1].contains(u"larger than")) << m_log.join(u'|').toStdString();
+    ASSERT_EQ(m_log.size(), 3);
+    EXPECT_TRUE(m_log[0].contains(u"not a plain file") && m_log[1].contains(u"larger than") &&
+                m_log[2].contains(u"kept as")) << m_log.join(u'|').toStdString();
+    // The oversized file is moved aside whole, so that the next save cannot replace it.
+    struct stat l_stat = {};
+    EXPECT_NE(::access(m_file.c_str(), F_OK), 0);
+    ASSERT_EQ(::stat(mp_saver->DamagedCopy().c_str(), &l_stat), 0);
+    EXPECT_EQ(l_stat.st_size, DataSaver::s_maxFileSize + 1);
+    EXPECT_EQ(l_stat.st_mode & 07777, 0600u);
+}
+
+TEST_F(DataSaverTest, DamagedFilesAreKeptAsTheyWereThreeAtMost)
+{
+    Set("k", "v");
+    ASSERT_TRUE(mp_saver->Save(&m_a, m_file.c_str()));
+    EXPECT_EQ(Load().size(), 2u);
+    EXPECT_TRUE(mp_saver->DamagedCopy().empty());
+    std::string const l_cut = ReadFile().substr(0, 20);
+    std::vector<std::string> l_copies;
+    for (int l_round = 0; l_round < 4; ++l_round)
+    {
+        Load(l_cut);
+        l_copies.push_back(mp_saver->DamagedCopy());
+        std::ifstream l_copy(l_copies.back(), std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(l_copy), {}), l_cut);
+        struct stat l_stat = {};
+        ASSERT_EQ(::stat(l_copies.back().c_str(), &l_stat), 0);
+        EXPECT_EQ(l_stat.st_mode & 07777, 0600u);
+        EXPECT_EQ(l_copies.back().rfind(m_file + ".damaged-", 0), 0u) << l_copies.back();
+    }
+    // Four copies made within a second or two: the oldest has gone, the newest three stay.
+    EXPECT_EQ(std::set<std::string>(l_copies.begin(), l_copies.end()).size(), 4u);
+    EXPECT_NE(::access(l_copies[0].c_str(), F_OK), 0);
+    for (int l_index = 1; l_index < 4; ++l_index)
+        EXPECT_EQ(::access(l_copies[l_index].c_str(), F_OK), 0);
+}
+
+TEST_F(DataSaverTest, BackgroundSavesSkipAnUnchangedGraphAndNeverOverlap)
+{
+    Set("k", "v");
+    EXPECT_TRUE(mp_saver->SaveInBackground(&m_a, m_file.c_str()));
+    EXPECT_TRUE(mp_saver->WaitForBackgroundSave());
+    EXPECT_EQ(ReadFile(), mp_saver->BuildFile(&m_a));
+    // Nothing saved changed: no write. A change of an unsaved type does not count either way.
+    EXPECT_FALSE(mp_saver->SaveInBackground(&m_a, m_file.c_str()));
+    Set("k", "w");
+    EXPECT_TRUE(mp_saver->SaveInBackground(&m_a, m_file.c_str()));
+    // A save asked for while a write runs waits for it and then writes the newer graph.
+    At("note", "n");
+    ASSERT_TRUE(mp_saver->Save(&m_a, m_file.c_str()));
+    EXPECT_EQ(ReadFile(), mp_saver->BuildFile(&m_a));
+    EXPECT_FALSE(mp_saver->SaveInBackground(&m_a, m_file.c_str()));
+
+    // A failed write is told, and the next period tries again although nothing changed.
+    std::string const l_lost = m_dir.path().toStdString() + "/missing/.Tidewick";
+    At("note", "m");
+    EXPECT_TRUE(mp_saver->SaveInBackground(&m_a, l_lost.c_str()));
+    EXPECT_FALSE(mp_saver->WaitForBackgroundSave());
+    EXPECT_EQ(m_log.filter(QStringLiteral("could not be written")).size(), 1);
+    EXPECT_TRUE(mp_saver->SaveInBackground(&m_a, m_file.c_str()));
+    EXPECT_TRUE(mp_saver->WaitForBackgroundSave());
+    EXPECT_EQ(ReadFile(), mp_saver->BuildFile(&m_a));
 }
 
 TEST_F(DataSaverTest, HandlersAreEnteredAndLeftWithTheirLives)

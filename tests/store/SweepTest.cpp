@@ -28,7 +28,15 @@ TEST_F(SweepTest, RemovesAttributeIslandsNoRootReaches)
     mp_user->NewItem("alice")->Connect(lp_heldA);
     lp_heldA->Connect(lp_heldB);
 
+    // Two attributes of one type under one root: the walk leaves the type on the way back,
+    // so the second is reached as well as the first.
+    Item* lp_carol = mp_user->NewItem("carol");
+    lp_carol->Connect(mp_attrA->NewItem("x"));
+    lp_carol->Connect(mp_attrA->NewItem("y"));
+
     EXPECT_EQ(m_data.RemoveDisconnectedItems(), 2);
+    EXPECT_FALSE(mp_attrA->HasItem("x").IsNull());
+    EXPECT_FALSE(mp_attrA->HasItem("y").IsNull());
     EXPECT_TRUE(mp_attrA->HasItem("a").IsNull());
     EXPECT_TRUE(mp_attrB->HasItem("b").IsNull());
     EXPECT_EQ(mp_attrB->HasItem("held-b"), lp_heldB);

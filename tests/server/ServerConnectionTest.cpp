@@ -146,3 +146,19 @@ TEST_F(ConnectionTest, LostConnectionIsRetriedReloginReplaysTrackingAndMappingFo
     mp_server->DataLoaded();
     EXPECT_EQ(GetGlobal("use_upnp"), "yes");
 }
+
+// What the server held while the client was away arrives behind the login response, in the same
+// read, marked as not spontaneous; it is acknowledged like a message that comes live.
+TEST_F(ConnectionTest, PrivateMessagesHeldForTheClientAreAcknowledgedAtLogin)
+{
+    QSignalSpy l_chats(mp_server.get(), &Server::PrivateChat);
+    mp_server->Connect();
+    ASSERT_TRUE(AcceptClient());
+    ASSERT_EQ(mp_central->Next().left(4), Body(1).Bytes());
+    auto const l_held = [](quint32 i_id) { return Body(22).U32(i_id).U32(1600000000).Str("bob").Str("while away").U8(0).Frame(); };
+    mp_central->SendRaw(Body(1).U8(1).Str("").U32(0).Str("").Frame() + l_held(7) + l_held(8));
+    EXPECT_EQ(mp_central->Next(), Body(23).U32(7).Bytes());
+    EXPECT_EQ(mp_central->Next(), Body(23).U32(8).Bytes());
+    ASSERT_EQ(l_chats.count(), 2);
+    EXPECT_FALSE(l_chats.at(1).at(3).toBool());
+}

@@ -82,6 +82,7 @@ void Server::Connect()
     emit Connecting();
     AbandonSocket();
     m_reader.Clear();
+    m_unsentOverflow = false;
     m_socket.connectToHost(m_host, m_port, QIODevice::ReadWrite);
     if (UseUPnP())
         mp_portForwarder->Init();
@@ -289,13 +290,31 @@ void Server::DataLoaded()
 
 void Server::SendMessage(MemStream& i_message, bool i_force)
 {
-    if (m_state == StateDisconnected || (m_state == StateConnecting && !i_force))
+    if (m_state == StateDisconnected || (m_state == StateConnecting && !i_force) || m_unsentOverflow)
         return;
     int const l_length = i_message.GetPendingReadLength();
     MemStream l_frame;
     l_frame.Write(static_cast<std::uint32_t>(l_length));
     l_frame.WriteBuffer(i_message.GetReadBuffer(), static_cast<unsigned long>(l_length));
     m_socket.write(l_frame.GetReadBuffer(), l_frame.GetPendingReadLength());
+    if (m_socket.bytesToWrite() <= s_maxUnsentBytes)
+        return;
+    Log(s_area, 1,
+        QStringLiteral("More than %1 MiB wait unsent to the server; reconnecting").arg(s_maxUnsentBytes / (1024 * 1024)));
+    m_unsentOverflow = true;
+    // Dropped from the event loop rather than inside the caller that sent, which may be in the
+    // middle of a graph change that the end of the connection would disturb.
+    QMetaObject::invokeMethod(this, &Server::DropOverfullLink, Qt::QueuedConnection);
+}
+
+void Server::DropOverfullLink()
+{
+    // A connection started since then has its own bytes and is left alone.
+    if (!m_unsentOverflow)
+        return;
+    m_unsentOverflow = false;
+    // The abort is heard as a lost connection, so the half-minute timer reconnects.
+    m_socket.abort();
 }
 
 void Server::SetWaitPort(int i_port)

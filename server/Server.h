@@ -36,6 +36,10 @@ public:
     };
 
     static constexpr quint16 s_port = 2242;
+    // What may wait unsent before the link counts as lost. The link carries small messages,
+    // and even a login that replays thousands of tracked users stays far below 1 MiB, so only a
+    // server that stopped reading gets here; the bound matches that on an incoming frame.
+    static constexpr qint64 s_maxUnsentBytes = 16 * 1024 * 1024;
 
     explicit Server(QObject* ip_parent = nullptr);
     ~Server() override;
@@ -122,6 +126,8 @@ private:
     // Drops what is left of an earlier connection without telling anyone: its events are not
     // those of the attempt about to start.
     void AbandonSocket();
+    // Ends a connection on which too much waits unsent, as if it had been lost.
+    void DropOverfullLink();
 
     QTcpSocket m_socket;
     QString m_host;
@@ -135,6 +141,7 @@ private:
     bool m_closingByRequest = false;
     bool m_reconnectWanted = false;
     bool m_ignoreSocketEvents = false;
+    bool m_unsentOverflow = false; // the link is to be dropped; nothing more is written to it
     std::unique_ptr<PortForwarder> mp_portForwarder;
 };
 

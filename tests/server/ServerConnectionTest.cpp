@@ -1,4 +1,5 @@
 #include <QCryptographicHash>
+#include <QTcpServer>
 
 #include <functional>
 
@@ -13,6 +14,31 @@ QByteArray Login(QByteArray const& i_name, QByteArray const& i_password)
 }
 
 void Pause() { WaitFor([] { return false; }, 100); }
+
+// A central server that answers the login and then reads no more, so that what the client sends
+// fills the socket buffers of both ends and then waits unsent at the client.
+class StalledCentral
+{
+public:
+    StalledCentral() { m_listener.listen(QHostAddress::LocalHost, 0); }
+    quint16 Port() const { return m_listener.serverPort(); }
+    // Takes the next connection; true when it began with a login and was answered.
+    bool AnswerLoginAndStall()
+    {
+        if (!WaitFor([this] { return m_listener.hasPendingConnections(); }))
+            return false;
+        mp_link.reset(m_listener.nextPendingConnection());
+        if (!WaitFor([this] { return mp_link->bytesAvailable() >= 8; }) || mp_link->read(8).mid(4) != Body(1).Bytes())
+            return false;
+        mp_link->setReadBufferSize(1);
+        mp_link->write(Body(1).U8(1).Str("").U32(0).Str("").Frame());
+        return true;
+    }
+
+private:
+    QTcpServer m_listener;
+    std::unique_ptr<QTcpSocket> mp_link;
+};
 
 class ConnectionTest : public ServerTest
 {
@@ -145,4 +171,56 @@ TEST_F(ConnectionTest, LostConnectionIsRetriedReloginReplaysTrackingAndMappingFo
     d.GetType("global")->HasItem("use_upnp").Remove();
     mp_server->DataLoaded();
     EXPECT_EQ(GetGlobal("use_upnp"), "yes");
+}
+
+// What the server held while the client was away arrives behind the login response, in the same
+// read, marked as not spontaneous; it is acknowledged like a message that comes live.
+TEST_F(ConnectionTest, PrivateMessagesHeldForTheClientAreAcknowledgedAtLogin)
+{
+    QSignalSpy l_chats(mp_server.get(), &Server::PrivateChat);
+    mp_server->Connect();
+    ASSERT_TRUE(AcceptClient());
+    ASSERT_EQ(mp_central->Next().left(4), Body(1).Bytes());
+    auto const l_held = [](quint32 i_id) { return Body(22).U32(i_id).U32(1600000000).Str("bob").Str("while away").U8(0).Frame(); };
+    mp_central->SendRaw(Body(1).U8(1).Str("").U32(0).Str("").Frame() + l_held(7) + l_held(8));
+    EXPECT_EQ(mp_central->Next(), Body(23).U32(7).Bytes());
+    EXPECT_EQ(mp_central->Next(), Body(23).U32(8).Bytes());
+    ASSERT_EQ(l_chats.count(), 2);
+    EXPECT_FALSE(l_chats.at(1).at(3).toBool());
+}
+
+// Exactly the bound may wait unsent; one byte more ends the link like a lost connection, and the
+// timer brings it back. Against a server that stops reading, that bound is all that holds.
+TEST_F(ConnectionTest, MoreThanTheBoundWaitingUnsentDropsTheLinkAndTheTimerReconnects)
+{
+    StalledCentral l_central;
+    mp_server->SetAddress(QStringLiteral("127.0.0.1"), l_central.Port());
+    mp_server->Connect();
+    ASSERT_TRUE(l_central.AnswerLoginAndStall());
+    ASSERT_TRUE(WaitFor([this] { return mp_server->IsConnected(); }));
+    // A private message of this text makes a frame of exactly 1 MiB. Sent without a turn of the
+    // event loop, none of it leaves the client, so what waits is counted to the byte.
+    std::string const l_text(1024 * 1024 - 19, 'x');
+    QString const l_line = QStringLiteral("server|1|More than 16 MiB wait unsent to the server; reconnecting");
+    for (int l_sent = 0; l_sent < 16; ++l_sent)
+        mp_server->SendPrivateChat("bob", l_text);
+    EXPECT_FALSE(m_log.contains(l_line));
+    mp_server->GetRoomList();
+    EXPECT_EQ(m_log.count(l_line), 1);
+    ASSERT_TRUE(WaitFor([this] { return m_disconnected.count() == 1; }));
+    EXPECT_EQ(m_failed.count(), 0);
+
+    mp_server->AttemptReconnect();
+    ASSERT_TRUE(l_central.AnswerLoginAndStall());
+    ASSERT_TRUE(WaitFor([this] { return mp_server->IsConnected(); }));
+    // Sent with turns of the event loop, the socket buffers take some first, then the bound holds.
+    int l_sent = 0;
+    for (; l_sent < 64 && m_disconnected.count() == 1; ++l_sent)
+    {
+        mp_server->SendPrivateChat("bob", l_text);
+        WaitFor([] { return false; }, 10);
+    }
+    EXPECT_EQ(m_disconnected.count(), 2);
+    EXPECT_GT(l_sent, 16);
+    EXPECT_EQ(m_log.count(l_line), 2);
 }

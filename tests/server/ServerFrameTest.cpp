@@ -30,3 +30,29 @@ TEST(ServerFrameReaderTest, MemoryFollowsTheBytesThatArriveNotTheAnnouncedLength
     }
     EXPECT_EQ(QByteArray(l_large.Frame().GetReadBuffer(), l_large.Frame().GetPendingReadLength()), l_body);
 }
+
+// Bodies just past the sizes at which the buffer is full, 128 KiB and then 256 KiB, so that
+// their last bytes come through the growth step, each in one read with the next frame.
+TEST(ServerFrameReaderTest, AGrowingFrameEndsAtItsLengthWhenTheNextFrameFollowsInTheSameRead)
+{
+    QList<QByteArray> l_bodies;
+    QByteArray l_bytes;
+    for (int const l_size : {128 * 1024 + 100, 5, 256 * 1024 + 50, 9})
+    {
+        QByteArray l_body(l_size, '\0');
+        for (qsizetype l_index = 0; l_index < l_size; ++l_index)
+            l_body[l_index] = static_cast<char>(l_index * 13 + l_size);
+        l_bodies << l_body;
+        l_bytes += Body(static_cast<quint32>(l_size)).Raw(l_body).Bytes();
+    }
+    QBuffer l_device(&l_bytes);
+    l_device.open(QIODevice::ReadOnly);
+    ServerFrameReader l_reader;
+    for (QByteArray const& l_body : l_bodies)
+    {
+        ASSERT_EQ(l_reader.ReadFrom(l_device), ServerFrameReader::FrameReady) << l_body.size();
+        EXPECT_EQ(QByteArray(l_reader.Frame().GetReadBuffer(), l_reader.Frame().GetPendingReadLength()), l_body);
+        l_reader.NextFrame();
+    }
+    EXPECT_EQ(l_reader.ReadFrom(l_device), ServerFrameReader::NeedMore);
+}

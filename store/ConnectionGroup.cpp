@@ -27,10 +27,7 @@ struct ConnectionGroup::Array
 
     static Array* Allocate(std::uint32_t i_capacity)
     {
-        void* lp_memory = std::malloc(sizeof(Array) + i_capacity * sizeof(Item*));
-        if (!lp_memory)
-            throw std::bad_alloc();
-        auto* lp_array = static_cast<Array*>(lp_memory);
+        auto* lp_array = static_cast<Array*>(::operator new(sizeof(Array) + i_capacity * sizeof(Item*)));
         lp_array->m_size = 0;
         lp_array->m_capacity = i_capacity;
         return lp_array;
@@ -38,13 +35,14 @@ struct ConnectionGroup::Array
 
     static Array* Resize(Array* ip_array, std::uint32_t i_capacity)
     {
-        void* lp_memory = std::realloc(ip_array, sizeof(Array) + i_capacity * sizeof(Item*));
-        if (!lp_memory)
-            throw std::bad_alloc();
-        auto* lp_array = static_cast<Array*>(lp_memory);
-        lp_array->m_capacity = i_capacity;
+        Array* lp_array = Allocate(i_capacity);
+        lp_array->m_size = std::min(ip_array->m_size, i_capacity);
+        std::memcpy(lp_array->Begin(), ip_array->Begin(), lp_array->m_size * sizeof(Item*));
+        Free(ip_array);
         return lp_array;
     }
+
+    static void Free(Array* ip_array) { ::operator delete(ip_array); }
 };
 
 
@@ -166,7 +164,7 @@ bool ConnectionGroup::Insert(Item* ip_item)
                     lp_chunks->m_chunks.push_back(lp_chunk);
                 }
                 lp_chunks->m_size = lp_array->m_size;
-                std::free(lp_array);
+                Array::Free(lp_array);
                 SetChunks(lp_chunks);
                 return Insert(ip_item);
             }
@@ -234,7 +232,7 @@ bool ConnectionGroup::Erase(Item* ip_item)
         if (lp_array->m_size == 1)
         {
             mp_slot = lp_array->Begin()[0];
-            std::free(lp_array);
+            Array::Free(lp_array);
         }
         else if (lp_array->m_size * 4 <= lp_array->m_capacity)
             SetArray(Array::Resize(lp_array, lp_array->m_capacity / 2));
@@ -287,7 +285,7 @@ void ConnectionGroup::Release()
 {
     Form const l_form = GetForm();
     if (l_form == Sorted)
-        std::free(GetArray());
+        Array::Free(GetArray());
     else if (l_form == Chunked)
         delete GetChunks();
     mp_slot = nullptr;

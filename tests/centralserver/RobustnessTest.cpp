@@ -55,3 +55,18 @@ TEST_F(RobustnessTest, AccountsOutliveARestartAndDamagedLinesAreSkipped)
     EXPECT_FALSE(l_content.contains("secret"));
 }
 }
+
+namespace
+{
+// Texts from clients reach the log whole up to 200 bytes and cut at a character boundary beyond.
+TEST(ServerLogTest, ClientTextsAreCutTo200Bytes)
+{
+    QByteArray const l_limit(ServerLog::c_maxTextBytes, 'a');
+    EXPECT_EQ(ServerLog::Printable(l_limit), QString::fromLatin1(l_limit));
+    EXPECT_EQ(ServerLog::Printable(l_limit + 'b'), QString::fromLatin1(l_limit) + QStringLiteral("..."));
+    // "é" is two bytes; the one that would straddle the cut is left out whole.
+    QByteArray const l_straddling = QByteArray(ServerLog::c_maxTextBytes - 1, 'a') + "\xc3\xa9";
+    EXPECT_EQ(ServerLog::Printable(l_straddling), QString::fromLatin1(l_straddling.first(199)) + QStringLiteral("..."));
+    EXPECT_EQ(ServerLog::Printable(QByteArray(128 * 1024, '\n')), QString(200, QLatin1Char('?')) + QStringLiteral("..."));
+}
+}

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "CentralServer.h"
+#include "ServerLog.h"
 #include "support/RawClient.h"
+#include "support/WaitFor.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +12,8 @@
 #include <memory>
 
 // An in-process server on a free port of the loopback interface, with two privileged users,
-// parent rules and a wish-list period other than the defaults, and a room with staff.
+// parent rules and a wish-list period other than the defaults, and a room with staff. Its log
+// lines are collected instead of printed.
 class ServerFixture : public ::testing::Test
 {
 protected:
@@ -26,12 +29,14 @@ protected:
         m_options.m_parentSpeedRatio = 40;
         m_options.m_roomOwners.insert("club", "alice");
         m_options.m_roomOperators["club"] = {"dora", "bob", "eve", "al", "carl", "fay"};
+        ServerLog::SetSink([this](QString const& i_line) { m_log.append(i_line); });
         Restart();
     }
     void TearDown() override
     {
         mp_server.reset();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        ServerLog::SetSink({});
     }
     void Restart()
     {
@@ -47,6 +52,25 @@ protected:
         return lp_client;
     }
 
+    // The first log line that contains i_text, waiting for it; empty on time-out.
+    QString LogLine(QString const& i_text, int i_timeoutMs = 3000)
+    {
+        QString l_found;
+        WaitFor([&] {
+            for (QString const& l_line : std::as_const(m_log))
+            {
+                if (l_line.contains(i_text))
+                {
+                    l_found = l_line;
+                    return true;
+                }
+            }
+            return false;
+        }, i_timeoutMs);
+        return l_found;
+    }
+
     ServerOptions m_options;
     std::unique_ptr<CentralServer> mp_server;
+    QStringList m_log;
 };

@@ -163,6 +163,7 @@ void CentralServer::Logout(ClientConnection& i_client, bool i_replaced)
     if (!i_client.IsLoggedIn())
         return;
     QByteArray l_name = i_client.Name();
+    m_tree.Forget(i_client);
     m_rooms.LeaveAll(l_name);
     m_sessions.Remove(&i_client);
     i_client.SetLoggedOut();
@@ -180,7 +181,7 @@ bool CentralServer::HandleSessionMessage(ClientConnection& i_client, quint32 i_c
     {
         quint32 l_port = i_reader.U32();
         if (i_reader.Ok() && l_port <= 65535)
-            i_client.SetListenPort(l_port);
+            m_tree.SetListenPort(i_client, l_port);
         return i_reader.Ok();
     }
     case 3:

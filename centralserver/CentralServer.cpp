@@ -72,7 +72,7 @@ void CentralServer::OnNewConnection()
             [this](ClientConnection& i_client, quint32 i_code, WireReader& i_reader) {
                 return HandleFrame(i_client, i_code, i_reader);
             },
-            this);
+            m_options.m_partialFrameTimeoutMs, this);
         // Queued, so that a connection that closes while a message is being served is
         // cleaned up only after that message.
         connect(lp_connection, &ClientConnection::Closed, this,
@@ -158,6 +158,17 @@ void CentralServer::Refuse(ClientConnection& i_client, QByteArray const& i_name,
     i_client.CloseAfterWrite();
 }
 
+bool CentralServer::AllowChat(ClientConnection& i_client, QString const& i_what)
+{
+    ChatAllowance::Verdict const l_verdict = i_client.Chat().Take();
+    if (l_verdict == ChatAllowance::Verdict::Pass)
+        return true;
+    ServerLog::Write(i_what + QStringLiteral(": sender too fast"));
+    if (l_verdict == ChatAllowance::Verdict::Close)
+        i_client.Abort(QStringLiteral("sends chat faster than allowed"));
+    return false;
+}
+
 void CentralServer::Logout(ClientConnection& i_client, bool i_replaced)
 {
     if (!i_client.IsLoggedIn())
@@ -209,9 +220,12 @@ bool CentralServer::HandleSessionMessage(ClientConnection& i_client, quint32 i_c
     {
         QByteArray l_room = i_reader.String();
         QByteArray l_text = i_reader.String();
-        if (i_reader.Ok())
+        if (!i_reader.Ok())
+            return false;
+        if (AllowChat(i_client, QStringLiteral("room chat dropped %1 %2").arg(
+                ServerLog::Printable(i_client.Name()), ServerLog::Printable(l_room))))
             m_rooms.Chat(i_client, l_room, l_text);
-        return i_reader.Ok();
+        return true;
     }
     case 14:
     case 15:
@@ -236,9 +250,12 @@ bool CentralServer::HandleSessionMessage(ClientConnection& i_client, quint32 i_c
     {
         QByteArray l_user = i_reader.String();
         QByteArray l_text = i_reader.String();
-        if (i_reader.Ok())
+        if (!i_reader.Ok())
+            return false;
+        if (AllowChat(i_client, QStringLiteral("private message dropped %1 -> %2").arg(
+                ServerLog::Printable(i_client.Name()), ServerLog::Printable(l_user))))
             m_messages.Post(i_client, l_user, l_text);
-        return i_reader.Ok();
+        return true;
     }
     case 23:
     {

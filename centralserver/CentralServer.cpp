@@ -15,7 +15,7 @@ QByteArray const c_greeting = QByteArrayLiteral("Welcome to this Tidewick networ
 CentralServer::CentralServer(ServerOptions const& i_options, QObject* ip_parent)
     : QObject(ip_parent)
     , m_options(i_options)
-    , m_accounts(i_options.m_accountsFile)
+    , m_accounts(i_options.m_accountsFile, i_options.m_maxAccounts)
     , m_users(m_sessions, m_accounts, m_options)
     , m_rooms(m_sessions, m_accounts, m_options)
     , m_messages(m_sessions, m_accounts)
@@ -116,6 +116,9 @@ bool CentralServer::HandleLogin(ClientConnection& i_client, WireReader& i_reader
         return true;
     case AccountBook::LoginResult::WrongPassword:
         Refuse(i_client, l_name, QByteArrayLiteral("INVALIDPASS"));
+        return true;
+    case AccountBook::LoginResult::Full:
+        Refuse(i_client, l_name, QByteArrayLiteral("ACCOUNTSFULL"));
         return true;
     case AccountBook::LoginResult::Registered:
         ServerLog::Write(QStringLiteral("new account %1").arg(ServerLog::Printable(l_name)));

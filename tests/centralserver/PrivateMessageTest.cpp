@@ -55,8 +55,7 @@ TEST_F(PrivateMessageTest, DeliveredNowOrAtLoginUntilAcknowledged)
 // with its sender and recipient.
 TEST(PrivateMessageBoxTest, WhatWaitsForOneUserIsBoundedAndEachDropIsLogged)
 {
-    QStringList l_log;
-    ServerLog::SetSink([&l_log](QString const& i_line) { l_log.append(i_line); });
+    CapturedLog l_log;
     QObject l_owner;
     SessionRegistry l_sessions;
     AccountBook l_accounts({}, 10);
@@ -67,10 +66,10 @@ TEST(PrivateMessageBoxTest, WhatWaitsForOneUserIsBoundedAndEachDropIsLogged)
 
     for (int l_message = 0; l_message < PrivateMessageBox::c_maxPendingPerUser; ++l_message)
         l_box.Post(l_alice, "bob", "hi");
-    l_log.clear();
+    l_log.m_lines.clear();
     l_box.Post(l_alice, "bob", "one more");
     EXPECT_EQ(l_box.PendingCount("bob"), PrivateMessageBox::c_maxPendingPerUser);
-    EXPECT_EQ(l_log, QStringList{QStringLiteral("private message dropped alice -> bob: too many kept")});
+    EXPECT_EQ(l_log.m_lines, QStringList{QStringLiteral("private message dropped alice -> bob: too many kept")});
 
     QByteArray const l_large(128 * 1024, 'x');
     for (qsizetype l_kept = 0; l_kept < PrivateMessageBox::c_maxKeptBytesPerUser; l_kept += l_large.size())
@@ -79,7 +78,6 @@ TEST(PrivateMessageBoxTest, WhatWaitsForOneUserIsBoundedAndEachDropIsLogged)
     EXPECT_EQ(l_box.PendingCount("carol"), l_full);
     l_box.Post(l_alice, "carol", "x");
     EXPECT_EQ(l_box.PendingCount("carol"), l_full);
-    EXPECT_EQ(l_log.last(), QStringLiteral("private message dropped alice -> carol: too many kept"));
-    ServerLog::SetSink({});
+    EXPECT_EQ(l_log.m_lines.last(), QStringLiteral("private message dropped alice -> carol: too many kept"));
 }
 }

@@ -116,6 +116,7 @@ TEST_F(RobustnessTest, AFrameLeftUnfinishedClosesItsConnection)
 // A client is closed when its own unsent bytes pass the bound, not when they reach it.
 TEST(ClientConnectionTest, AClientIsClosedOnlyPastItsOwnUnsentBound)
 {
+    CapturedLog l_log;
     QObject l_owner;
     ClientConnection& l_reader = *HeldSocket::Session("reader", 1, &l_owner);
     int l_closed = 0;
@@ -127,6 +128,7 @@ TEST(ClientConnectionTest, AClientIsClosedOnlyPastItsOwnUnsentBound)
     l_reader.Send("x");
     EXPECT_TRUE(l_reader.IsClosing());
     EXPECT_EQ(l_closed, 1);
+    EXPECT_EQ(l_log.m_lines, QStringList{QStringLiteral("closing connection from : client does not read what it is sent")});
 }
 
 // Twenty lines at once, then five a second; a client that keeps pushing is to be closed at its

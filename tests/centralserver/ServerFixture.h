@@ -11,6 +11,18 @@
 
 #include <memory>
 
+// Collects the server's log lines instead of printing them, for as long as it lives.
+class CapturedLog
+{
+public:
+    CapturedLog() { ServerLog::SetSink([this](QString const& i_line) { m_lines.append(i_line); }); }
+    ~CapturedLog() { ServerLog::SetSink({}); }
+    CapturedLog(CapturedLog const&) = delete;
+    CapturedLog& operator=(CapturedLog const&) = delete;
+
+    QStringList m_lines;
+};
+
 // An in-process server on a free port of the loopback interface, with two privileged users,
 // parent rules and a wish-list period other than the defaults, and a room with staff. Its log
 // lines are collected instead of printed.
@@ -29,14 +41,12 @@ protected:
         m_options.m_parentSpeedRatio = 40;
         m_options.m_roomOwners.insert("club", "alice");
         m_options.m_roomOperators["club"] = {"dora", "bob", "eve", "al", "carl", "fay"};
-        ServerLog::SetSink([this](QString const& i_line) { m_log.append(i_line); });
         Restart();
     }
     void TearDown() override
     {
         mp_server.reset();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        ServerLog::SetSink({});
     }
     void Restart()
     {
@@ -57,7 +67,7 @@ protected:
     {
         QString l_found;
         WaitFor([&] {
-            for (QString const& l_line : std::as_const(m_log))
+            for (QString const& l_line : std::as_const(m_log.m_lines))
             {
                 if (l_line.contains(i_text))
                 {
@@ -72,5 +82,5 @@ protected:
 
     ServerOptions m_options;
     std::unique_ptr<CentralServer> mp_server;
-    QStringList m_log;
+    CapturedLog m_log;
 };

@@ -13,8 +13,9 @@ constexpr qint64 c_maxFileSize = 64 * 1024 * 1024;
 constexpr int c_saltLength = 16;
 }
 
-AccountBook::AccountBook(QString const& i_path)
+AccountBook::AccountBook(QString const& i_path, qsizetype i_maxAccounts)
     : m_path(i_path)
+    , m_maxAccounts(i_maxAccounts)
 {
 }
 
@@ -71,6 +72,8 @@ AccountBook::LoginResult AccountBook::Login(QByteArray const& i_name, QByteArray
         return Hash(l_found->m_salt, i_password) == l_found->m_hash ? LoginResult::Accepted
                                                                    : LoginResult::WrongPassword;
     }
+    if (m_accounts.size() >= m_maxAccounts)
+        return LoginResult::Full;
     Account l_account;
     l_account.m_salt.resize(c_saltLength);
     QRandomGenerator::system()->fillRange(reinterpret_cast<quint32*>(l_account.m_salt.data()),

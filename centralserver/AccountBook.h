@@ -4,8 +4,9 @@
 #include <QHash>
 #include <QString>
 
-// Accounts of the network: a name is registered with its password at its first login.
-// With a file, accounts are appended to it as they are made and read back at start.
+// Accounts of the network: a name is registered with its password at its first login,
+// while there are fewer accounts than the most allowed. With a file, accounts are appended
+// to it as they are made and read back at start.
 class AccountBook
 {
 public:
@@ -16,11 +17,14 @@ public:
         Registered,
         Accepted,
         WrongPassword,
-        InvalidName
+        InvalidName,
+        // A new name, and the book holds the most accounts allowed.
+        Full
     };
 
-    // An empty path keeps the accounts in memory only.
-    explicit AccountBook(QString const& i_path);
+    // An empty path keeps the accounts in memory only. Accounts read from the file are all
+    // kept, even above i_maxAccounts; only new ones are refused.
+    AccountBook(QString const& i_path, qsizetype i_maxAccounts);
 
     // Reads the file if there is one; a missing file is an empty book. Lines that do not
     // parse are skipped and counted in o_skipped.
@@ -45,6 +49,7 @@ private:
     void Append(QByteArray const& i_name, Account const& i_account);
 
     QString m_path;
+    qsizetype m_maxAccounts;
     QHash<QByteArray, Account> m_accounts;
     QHash<QByteArray, quint32> m_speeds;
 };

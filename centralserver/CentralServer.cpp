@@ -15,7 +15,7 @@ QByteArray const c_greeting = QByteArrayLiteral("Welcome to this Tidewick networ
 CentralServer::CentralServer(ServerOptions const& i_options, QObject* ip_parent)
     : QObject(ip_parent)
     , m_options(i_options)
-    , m_accounts(i_options.m_accountsFile)
+    , m_accounts(i_options.m_accountsFile, i_options.m_maxAccounts)
     , m_users(m_sessions, m_accounts, m_options)
     , m_rooms(m_sessions, m_accounts, m_options)
     , m_messages(m_sessions, m_accounts)
@@ -72,7 +72,7 @@ void CentralServer::OnNewConnection()
             [this](ClientConnection& i_client, quint32 i_code, WireReader& i_reader) {
                 return HandleFrame(i_client, i_code, i_reader);
             },
-            this);
+            m_options.m_partialFrameTimeoutMs, this);
         // Queued, so that a connection that closes while a message is being served is
         // cleaned up only after that message.
         connect(lp_connection, &ClientConnection::Closed, this,
@@ -117,6 +117,9 @@ bool CentralServer::HandleLogin(ClientConnection& i_client, WireReader& i_reader
     case AccountBook::LoginResult::WrongPassword:
         Refuse(i_client, l_name, QByteArrayLiteral("INVALIDPASS"));
         return true;
+    case AccountBook::LoginResult::Full:
+        Refuse(i_client, l_name, QByteArrayLiteral("ACCOUNTSFULL"));
+        return true;
     case AccountBook::LoginResult::Registered:
         ServerLog::Write(QStringLiteral("new account %1").arg(ServerLog::Printable(l_name)));
         break;
@@ -158,11 +161,23 @@ void CentralServer::Refuse(ClientConnection& i_client, QByteArray const& i_name,
     i_client.CloseAfterWrite();
 }
 
+bool CentralServer::AllowChat(ClientConnection& i_client, QString const& i_what)
+{
+    ChatAllowance::Verdict const l_verdict = i_client.Chat().Take();
+    if (l_verdict == ChatAllowance::Verdict::Pass)
+        return true;
+    ServerLog::Write(i_what + QStringLiteral(": sender too fast"));
+    if (l_verdict == ChatAllowance::Verdict::Close)
+        i_client.Abort(QStringLiteral("sends chat faster than allowed"));
+    return false;
+}
+
 void CentralServer::Logout(ClientConnection& i_client, bool i_replaced)
 {
     if (!i_client.IsLoggedIn())
         return;
     QByteArray l_name = i_client.Name();
+    m_tree.Forget(i_client);
     m_rooms.LeaveAll(l_name);
     m_sessions.Remove(&i_client);
     i_client.SetLoggedOut();
@@ -180,7 +195,7 @@ bool CentralServer::HandleSessionMessage(ClientConnection& i_client, quint32 i_c
     {
         quint32 l_port = i_reader.U32();
         if (i_reader.Ok() && l_port <= 65535)
-            i_client.SetListenPort(l_port);
+            m_tree.SetListenPort(i_client, l_port);
         return i_reader.Ok();
     }
     case 3:
@@ -208,9 +223,12 @@ bool CentralServer::HandleSessionMessage(ClientConnection& i_client, quint32 i_c
     {
         QByteArray l_room = i_reader.String();
         QByteArray l_text = i_reader.String();
-        if (i_reader.Ok())
+        if (!i_reader.Ok())
+            return false;
+        if (AllowChat(i_client, QStringLiteral("room chat dropped %1 %2").arg(
+                ServerLog::Printable(i_client.Name()), ServerLog::Printable(l_room))))
             m_rooms.Chat(i_client, l_room, l_text);
-        return i_reader.Ok();
+        return true;
     }
     case 14:
     case 15:
@@ -235,9 +253,12 @@ bool CentralServer::HandleSessionMessage(ClientConnection& i_client, quint32 i_c
     {
         QByteArray l_user = i_reader.String();
         QByteArray l_text = i_reader.String();
-        if (i_reader.Ok())
+        if (!i_reader.Ok())
+            return false;
+        if (AllowChat(i_client, QStringLiteral("private message dropped %1 -> %2").arg(
+                ServerLog::Printable(i_client.Name()), ServerLog::Printable(l_user))))
             m_messages.Post(i_client, l_user, l_text);
-        return i_reader.Ok();
+        return true;
     }
     case 23:
     {

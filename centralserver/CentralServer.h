@@ -40,6 +40,9 @@ private:
     bool HandleLogin(ClientConnection& i_client, WireReader& i_reader);
     bool HandleSessionMessage(ClientConnection& i_client, quint32 i_code, WireReader& i_reader);
     void Refuse(ClientConnection& i_client, QByteArray const& i_name, QByteArray const& i_reason);
+    // Takes one line of the client's chat allowance; false when the line is to be dropped,
+    // which is logged as i_what. A client that keeps pushing is closed.
+    bool AllowChat(ClientConnection& i_client, QString const& i_what);
     // With i_replaced the name goes on in a newer session, so trackers are not told.
     void Logout(ClientConnection& i_client, bool i_replaced);
 

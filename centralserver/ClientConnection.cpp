@@ -14,7 +14,7 @@ constexpr qint64 c_socketReadBuffer = 256 * 1024;
 }
 
 ClientConnection::ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler,
-    QObject* ip_parent)
+    int i_partialFrameTimeoutMs, QObject* ip_parent)
     : QObject(ip_parent)
     , mp_socket(ip_socket)
     , m_handler(std::move(i_handler))
@@ -27,18 +27,22 @@ ClientConnection::ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler
     m_loginTimer.setSingleShot(true);
     connect(&m_loginTimer, &QTimer::timeout, this, &ClientConnection::OnLoginTimeout);
     m_loginTimer.start(c_loginTimeoutMs);
+    m_partialFrameTimer.setSingleShot(true);
+    m_partialFrameTimer.setInterval(i_partialFrameTimeoutMs);
+    connect(&m_partialFrameTimer, &QTimer::timeout, this, &ClientConnection::OnPartialFrameTimeout);
 }
 
 void ClientConnection::Send(QByteArray const& i_frame)
 {
     if (m_closing)
         return;
-    if (mp_socket->bytesToWrite() > c_maxPendingOutput)
-    {
-        Abort(QStringLiteral("client does not read what it is sent"));
-        return;
-    }
     mp_socket->write(i_frame);
+    // Qt writes only when the event loop runs again; while one message is served to a crowd,
+    // what piles up goes to the kernel now, so only a reader that does not read keeps it here.
+    if (mp_socket->bytesToWrite() > c_flushThreshold)
+        mp_socket->flush();
+    if (mp_socket->bytesToWrite() > c_maxPendingOutput)
+        Abort(QStringLiteral("client does not read what it is sent"));
 }
 
 void ClientConnection::CloseAfterWrite()
@@ -84,6 +88,13 @@ void ClientConnection::OnReadyRead()
 {
     if (!ReadFrames() && !m_closing)
         Abort(QStringLiteral("malformed frame"));
+    if (m_closing)
+        return;
+    // Bytes of a length prefix still in the socket are a frame begun as well.
+    if (!m_lengthKnown && mp_socket->bytesAvailable() == 0)
+        m_partialFrameTimer.stop();
+    else if (!m_partialFrameTimer.isActive())
+        m_partialFrameTimer.start();
 }
 
 // Takes memory as the bytes come, never on the word of a length field.
@@ -99,13 +110,13 @@ bool ClientConnection::ReadFrames()
             if (mp_socket->read(l_length, 4) != 4)
                 return false;
             m_frameLength = qFromLittleEndian<quint32>(l_length);
-            if (m_frameLength < 4 || m_frameLength > c_maxFrameLength)
+            quint32 const l_maxLength = IsLoggedIn() ? c_maxFrameLength : c_maxLoginFrameLength;
+            if (m_frameLength < 4 || m_frameLength > l_maxLength)
             {
                 Abort(QStringLiteral("frame length %1 out of bounds").arg(m_frameLength));
                 return true;
             }
             m_lengthKnown = true;
-            m_frame.clear();
         }
         qint64 l_wanted = qMin<qint64>(m_frameLength - m_frame.size(), mp_socket->bytesAvailable());
         if (l_wanted <= 0)
@@ -118,7 +129,12 @@ bool ClientConnection::ReadFrames()
             continue;
 
         m_lengthKnown = false;
+        // The next frame, if one begins, has its own time.
+        m_partialFrameTimer.stop();
+        // The reader shares the bytes; clearing now lets them go with it, so that an idle
+        // connection keeps nothing of its last frame.
         WireReader l_reader(m_frame);
+        m_frame.clear();
         quint32 l_code = l_reader.U32();
         if (!m_handler(*this, l_code, l_reader))
         {
@@ -137,6 +153,7 @@ void ClientConnection::OnDisconnected()
         return;
     m_closedSignalled = true;
     m_loginTimer.stop();
+    m_partialFrameTimer.stop();
     emit Closed(this);
 }
 
@@ -144,4 +161,9 @@ void ClientConnection::OnLoginTimeout()
 {
     if (!IsLoggedIn())
         Abort(QStringLiteral("no login"));
+}
+
+void ClientConnection::OnPartialFrameTimeout()
+{
+    Abort(QStringLiteral("frame not completed within %1 ms").arg(m_partialFrameTimer.interval()));
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ChatAllowance.h"
+
 #include <QByteArray>
 #include <QObject>
 #include <QSet>
@@ -18,8 +20,14 @@ class ClientConnection : public QObject
 public:
     // Frames above this close the connection; no message of the network comes near it.
     static constexpr quint32 c_maxFrameLength = 1024 * 1024;
-    // A client that leaves this much unread behind is too slow to keep.
+    // Before login only the login itself is expected: two short strings and a few numbers.
+    // Anyone may connect, so a stranger may not make the server hold more than this.
+    static constexpr quint32 c_maxLoginFrameLength = 64 * 1024;
+    // A client whose unsent bytes pass this does not read what it is sent. Output is handed
+    // to the kernel whenever c_flushThreshold piles up, so a reader that keeps up holds at
+    // most that much here, however busy its rooms are.
     static constexpr qint64 c_maxPendingOutput = 16 * 1024 * 1024;
+    static constexpr qint64 c_flushThreshold = 64 * 1024;
     static constexpr int c_loginTimeoutMs = 60 * 1000;
 
     // The tree state a client reports about itself.
@@ -38,7 +46,9 @@ public:
     // Handles one complete frame; false means it was malformed and closes the connection.
     using FrameHandler = std::function<bool(ClientConnection&, quint32 i_code, WireReader&)>;
 
-    ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler, QObject* ip_parent);
+    // A frame begun and not completed within i_partialFrameTimeoutMs closes the connection.
+    ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler, int i_partialFrameTimeoutMs,
+        QObject* ip_parent);
 
     void Send(QByteArray const& i_frame);
     // Sends what is queued, then closes.
@@ -63,6 +73,8 @@ public:
     QSet<QByteArray>& Tracked() { return m_tracked; }
     TreeState& Tree() { return m_tree; }
     TreeState const& Tree() const { return m_tree; }
+    // Room chat and private messages this client sends.
+    ChatAllowance& Chat() { return m_chat; }
 
 signals:
     // The socket is gone; the receiver cleans up and deletes the object later.
@@ -72,6 +84,7 @@ private slots:
     void OnReadyRead();
     void OnDisconnected();
     void OnLoginTimeout();
+    void OnPartialFrameTimeout();
 
 private:
     bool ReadFrames();
@@ -79,6 +92,8 @@ private:
     QTcpSocket* mp_socket;
     FrameHandler m_handler;
     QTimer m_loginTimer;
+    // Runs while a frame is partly received, from its first bytes on.
+    QTimer m_partialFrameTimer;
     bool m_closing = false;
     bool m_closedSignalled = false;
 
@@ -91,4 +106,5 @@ private:
     quint32 m_listenPort = 0;
     QSet<QByteArray> m_tracked;
     TreeState m_tree;
+    ChatAllowance m_chat;
 };

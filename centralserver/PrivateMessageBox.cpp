@@ -25,19 +25,23 @@ void PrivateMessageBox::Post(ClientConnection& i_sender, QByteArray const& i_rec
         ServerLog::Write(QStringLiteral("private message dropped %1: no such user").arg(l_route));
         return;
     }
-    QList<Message>& l_box = m_pending[i_recipient];
-    if (l_box.size() >= c_maxPendingPerUser || m_keptBytes + i_text.size() > c_maxKeptBytes)
+    Box const l_kept = m_pending.value(i_recipient);
+    if (l_kept.m_messages.size() >= c_maxPendingPerUser
+        || l_kept.m_bytes + i_text.size() > c_maxKeptBytesPerUser
+        || m_keptBytes + i_text.size() > c_maxKeptBytes)
     {
         ServerLog::Write(QStringLiteral("private message dropped %1: too many kept").arg(l_route));
         return;
     }
+    Box& l_box = m_pending[i_recipient];
     // Ids wrap after four thousand million messages; zero stays unused.
     quint32 l_id = m_nextId++;
     if (m_nextId == 0)
         m_nextId = 1;
     Message l_message{l_id, static_cast<quint32>(QDateTime::currentSecsSinceEpoch()),
         i_sender.Name(), i_text};
-    l_box.append(l_message);
+    l_box.m_messages.append(l_message);
+    l_box.m_bytes += i_text.size();
     m_keptBytes += i_text.size();
     if (ClientConnection* lp_recipient = m_sessions.Find(i_recipient))
     {
@@ -57,19 +61,21 @@ void PrivateMessageBox::Acknowledge(ClientConnection& i_recipient, quint32 i_id)
     auto l_box = m_pending.find(i_recipient.Name());
     if (l_box == m_pending.end())
         return;
-    l_box->removeIf([this, i_id](Message const& i_message) {
+    Box& l_kept = *l_box;
+    l_kept.m_messages.removeIf([this, &l_kept, i_id](Message const& i_message) {
         if (i_message.m_id != i_id)
             return false;
         m_keptBytes -= i_message.m_text.size();
+        l_kept.m_bytes -= i_message.m_text.size();
         return true;
     });
-    if (l_box->isEmpty())
+    if (l_kept.m_messages.isEmpty())
         m_pending.erase(l_box);
 }
 
 void PrivateMessageBox::DeliverPending(ClientConnection& i_recipient)
 {
-    QList<Message> const l_box = m_pending.value(i_recipient.Name());
+    QList<Message> const l_box = m_pending.value(i_recipient.Name()).m_messages;
     for (Message const& l_message : l_box)
         i_recipient.Send(Frame(l_message, false));
     if (!l_box.isEmpty())
@@ -82,7 +88,7 @@ void PrivateMessageBox::DeliverPending(ClientConnection& i_recipient)
 
 qsizetype PrivateMessageBox::PendingCount(QByteArray const& i_recipient) const
 {
-    return m_pending.value(i_recipient).size();
+    return m_pending.value(i_recipient).m_messages.size();
 }
 
 QByteArray PrivateMessageBox::Frame(Message const& i_message, bool i_spontaneous)

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "ClientConnection.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QList>
 
 class AccountBook;
-class ClientConnection;
 class SessionRegistry;
 
 // Private messages: each is kept until its recipient acknowledges it, so that a message to
@@ -15,6 +16,9 @@ class PrivateMessageBox
 public:
     static constexpr qsizetype c_maxPendingPerUser = 1000;
     static constexpr qsizetype c_maxKeptBytes = 64 * 1024 * 1024;
+    // All that waits for a user goes out at once when it logs in, and must stay well below
+    // what marks a client as one that does not read.
+    static constexpr qsizetype c_maxKeptBytesPerUser = ClientConnection::c_maxPendingOutput / 4;
 
     PrivateMessageBox(SessionRegistry const& i_sessions, AccountBook const& i_accounts);
 
@@ -31,6 +35,11 @@ private:
         QByteArray m_sender;
         QByteArray m_text;
     };
+    struct Box
+    {
+        QList<Message> m_messages;
+        qsizetype m_bytes = 0;
+    };
 
     static QByteArray Frame(Message const& i_message, bool i_spontaneous);
 
@@ -38,5 +47,5 @@ private:
     AccountBook const& m_accounts;
     quint32 m_nextId = 1;
     qsizetype m_keptBytes = 0;
-    QHash<QByteArray, QList<Message>> m_pending;
+    QHash<QByteArray, Box> m_pending;
 };

@@ -50,6 +50,13 @@ void SearchTree::Search(ClientConnection& i_searcher, quint32 i_token, QByteArra
             .arg(l_count));
 }
 
+void SearchTree::SetListenPort(ClientConnection& i_client, quint32 i_port)
+{
+    i_client.SetListenPort(i_port);
+    if (Reindex(i_client))
+        OfferToYoungerRoots(i_client);
+}
+
 void SearchTree::SetHasParent(ClientConnection& i_client, bool i_hasParent)
 {
     ClientConnection::TreeState& l_state = i_client.Tree();
@@ -58,19 +65,20 @@ void SearchTree::SetHasParent(ClientConnection& i_client, bool i_hasParent)
     l_state.m_hasParent = i_hasParent;
     ServerLog::Write(QStringLiteral("has parent %1 %2")
             .arg(ServerLog::Printable(i_client.Name()), YesNo(i_hasParent)));
+    bool l_newParent = Reindex(i_client);
     if (i_hasParent || !l_changed)
         return;
     OfferParents(i_client);
-    OfferToYoungerRoots(i_client);
+    if (l_newParent)
+        OfferToYoungerRoots(i_client);
 }
 
 void SearchTree::SetCanParent(ClientConnection& i_client, bool i_canParent)
 {
-    bool l_could = i_client.Tree().m_canParent;
     i_client.Tree().m_canParent = i_canParent;
     ServerLog::Write(QStringLiteral("can parent %1 %2")
             .arg(ServerLog::Printable(i_client.Name()), YesNo(i_canParent)));
-    if (i_canParent && !l_could)
+    if (Reindex(i_client))
         OfferToYoungerRoots(i_client);
 }
 
@@ -107,25 +115,56 @@ bool SearchTree::CanBeParent(ClientConnection const& i_client)
         && i_client.ListenPort() != 0;
 }
 
-void SearchTree::OfferParents(ClientConnection& i_client)
+void SearchTree::Forget(ClientConnection const& i_client)
+{
+    m_roots.remove(i_client.Sequence());
+    m_parents.remove(i_client.Sequence());
+}
+
+bool SearchTree::Reindex(ClientConnection& i_client)
+{
+    quint64 const l_key = i_client.Sequence();
+    if (IsRoot(i_client))
+        m_roots.insert(l_key, &i_client);
+    else
+        m_roots.remove(l_key);
+    if (!CanBeParent(i_client))
+    {
+        m_parents.remove(l_key);
+        return false;
+    }
+    bool const l_isNew = !m_parents.contains(l_key);
+    m_parents.insert(l_key, &i_client);
+    return l_isNew;
+}
+
+void SearchTree::OfferParents(ClientConnection& i_client, ClientConnection* ip_newParent)
 {
     if (!IsRoot(i_client))
         return;
-    // Sessions come in name order; the oldest roots are offered first.
+    // The index is in login order, so the oldest roots come first; the new parent takes
+    // the last place if it is not among them.
+    qsizetype const l_oldest = ip_newParent ? c_maxPossibleParents - 1 : c_maxPossibleParents;
     QList<ClientConnection*> l_parents;
-    for (ClientConnection* lp_candidate : m_sessions.All())
+    for (auto l_entry = m_parents.cbegin();
+         l_entry != m_parents.cend() && l_entry.key() < i_client.Sequence()
+         && l_parents.size() < l_oldest;
+         ++l_entry)
     {
-        if (lp_candidate->Sequence() < i_client.Sequence() && CanBeParent(*lp_candidate))
-            l_parents.append(lp_candidate);
+        ++m_examined;
+        if (l_entry.value() != ip_newParent && CanBeParent(*l_entry.value()))
+            l_parents.append(l_entry.value());
+    }
+    if (ip_newParent)
+    {
+        auto l_at = std::upper_bound(l_parents.begin(), l_parents.end(), ip_newParent,
+            [](ClientConnection* ip_left, ClientConnection* ip_right) {
+                return ip_left->Sequence() < ip_right->Sequence();
+            });
+        l_parents.insert(l_at, ip_newParent);
     }
     if (l_parents.isEmpty())
         return;
-    std::sort(l_parents.begin(), l_parents.end(),
-        [](ClientConnection* ip_left, ClientConnection* ip_right) {
-            return ip_left->Sequence() < ip_right->Sequence();
-        });
-    if (l_parents.size() > c_maxPossibleParents)
-        l_parents.resize(c_maxPossibleParents);
 
     WireWriter l_message(102);
     l_message.U32(static_cast<quint32>(l_parents.size()));
@@ -144,9 +183,26 @@ void SearchTree::OfferToYoungerRoots(ClientConnection& i_parent)
 {
     if (!CanBeParent(i_parent))
         return;
-    for (ClientConnection* lp_client : m_sessions.All())
+    // From the root after the one named last, round to the first root younger than the
+    // parent, so that successive new parents reach all roots in turn.
+    auto const l_first = m_roots.upperBound(i_parent.Sequence());
+    auto const l_start = m_roots.upperBound(qMax(i_parent.Sequence(), m_lastOfferedRoot));
+    QList<ClientConnection*> l_roots;
+    auto const l_collect = [&](auto i_from, auto i_to) {
+        for (auto l_entry = i_from; l_entry != i_to && l_roots.size() < c_rootsPerNewParent;
+             ++l_entry)
+        {
+            ++m_examined;
+            if (IsRoot(*l_entry.value()))
+                l_roots.append(l_entry.value());
+        }
+    };
+    l_collect(l_start, m_roots.cend());
+    l_collect(l_first, l_start);
+    // Collected first: offering sends, and a send may close a root.
+    for (ClientConnection* lp_root : l_roots)
     {
-        if (lp_client->Sequence() > i_parent.Sequence())
-            OfferParents(*lp_client);
+        OfferParents(*lp_root, &i_parent);
+        m_lastOfferedRoot = lp_root->Sequence();
     }
 }

@@ -41,6 +41,10 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
         QStringLiteral("ADDRESS"));
     QCommandLineOption l_accounts(QStringLiteral("accounts"),
         QStringLiteral("File that keeps the accounts across restarts."), QStringLiteral("FILE"));
+    QCommandLineOption l_maxAccounts(QStringLiteral("max-accounts"),
+        QStringLiteral("Accounts after which new names are refused; 0 admits only known names "
+                       "(default 100000)."),
+        QStringLiteral("N"));
     QCommandLineOption l_wishList(QStringLiteral("wishlist-period"),
         QStringLiteral("Seconds between wish list searches told to clients (default 720)."),
         QStringLiteral("SECONDS"));
@@ -56,7 +60,7 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
         QStringLiteral("Owner of a room; may be repeated."), QStringLiteral("ROOM=NAME"));
     QCommandLineOption l_operator(QStringLiteral("room-operator"),
         QStringLiteral("Operator of a room; may be repeated."), QStringLiteral("ROOM=NAME"));
-    l_parser.addOptions({l_port, l_listen, l_accounts, l_wishList, l_privileged, l_minSpeed,
+    l_parser.addOptions({l_port, l_listen, l_accounts, l_maxAccounts, l_wishList, l_privileged, l_minSpeed,
         l_ratio, l_owner, l_operator});
     l_parser.process(i_arguments);
 
@@ -81,6 +85,12 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
         return false;
     }
     m_accountsFile = l_parser.value(l_accounts);
+    if (l_parser.isSet(l_maxAccounts)
+        && !ParseNumber(l_parser.value(l_maxAccounts), 0xffffffffu, m_maxAccounts))
+    {
+        o_error = QStringLiteral("--max-accounts wants a number");
+        return false;
+    }
     if (l_parser.isSet(l_wishList)
         && (!ParseNumber(l_parser.value(l_wishList), 0xffffffffu, m_wishListPeriod)
             || m_wishListPeriod == 0))

@@ -14,6 +14,14 @@ public:
     QHostAddress m_listenAddress = QHostAddress(QHostAddress::AnyIPv4);
     quint16 m_port = 2242;
     QString m_accountsFile;
+    // New names are refused beyond this. An account costs a few hundred bytes of memory and
+    // a line of the accounts file; a private network is far smaller, and a stranger
+    // inventing names cannot grow either without end.
+    quint32 m_maxAccounts = 100000;
+    // A frame begun and not completed within this closes the connection. Half a minute
+    // carries the largest frame over a slow line, and keeps a stranger from holding
+    // half-sent frames open for long.
+    int m_partialFrameTimeoutMs = 30 * 1000;
     quint32 m_wishListPeriod = 720;
     QSet<QByteArray> m_privileged;
     // Parent rules handed to every client: minimum upload speed in KiB/s, and the

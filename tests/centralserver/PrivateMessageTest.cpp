@@ -1,4 +1,8 @@
+#include "HeldSocket.h"
 #include "ServerFixture.h"
+
+#include "PrivateMessageBox.h"
+#include "SessionRegistry.h"
 
 #include <QDateTime>
 
@@ -45,5 +49,35 @@ TEST_F(PrivateMessageTest, DeliveredNowOrAtLoginUntilAcknowledged)
     EXPECT_EQ(Zeroed(l_second), Message("second", 0));
     EXPECT_NE(Id(l_first), Id(l_second));
     EXPECT_TRUE(LoggedIn("ghost")->NothingOf(22));
+}
+
+// At most 1,000 messages and 4 MiB wait for one user; each message beyond is dropped and logged
+// with its sender and recipient.
+TEST(PrivateMessageBoxTest, WhatWaitsForOneUserIsBoundedAndEachDropIsLogged)
+{
+    CapturedLog l_log;
+    QObject l_owner;
+    SessionRegistry l_sessions;
+    AccountBook l_accounts({}, 10);
+    l_accounts.Login("bob", "pw");
+    l_accounts.Login("carol", "pw");
+    PrivateMessageBox l_box(l_sessions, l_accounts);
+    ClientConnection& l_alice = *HeldSocket::Session("alice", 1, &l_owner);
+
+    for (int l_message = 0; l_message < PrivateMessageBox::c_maxPendingPerUser; ++l_message)
+        l_box.Post(l_alice, "bob", "hi");
+    l_log.m_lines.clear();
+    l_box.Post(l_alice, "bob", "one more");
+    EXPECT_EQ(l_box.PendingCount("bob"), PrivateMessageBox::c_maxPendingPerUser);
+    EXPECT_EQ(l_log.m_lines, QStringList{QStringLiteral("private message dropped alice -> bob: too many kept")});
+
+    QByteArray const l_large(128 * 1024, 'x');
+    for (qsizetype l_kept = 0; l_kept < PrivateMessageBox::c_maxKeptBytesPerUser; l_kept += l_large.size())
+        l_box.Post(l_alice, "carol", l_large);
+    qsizetype const l_full = PrivateMessageBox::c_maxKeptBytesPerUser / l_large.size();
+    EXPECT_EQ(l_box.PendingCount("carol"), l_full);
+    l_box.Post(l_alice, "carol", "x");
+    EXPECT_EQ(l_box.PendingCount("carol"), l_full);
+    EXPECT_EQ(l_log.m_lines.last(), QStringLiteral("private message dropped alice -> carol: too many kept"));
 }
 }

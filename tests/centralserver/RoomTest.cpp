@@ -53,4 +53,48 @@ TEST_F(RoomTest, EnterChatListAndLeaveReachEveryMember)
     lp_alice->Send(Body(64));
     EXPECT_EQ(lp_alice->TakeBody(64), Body(64).Strs({"lobby"}).U32(1).U32(1).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).Bytes());
 }
+
+// Lines beyond a sender's allowance are dropped and logged, and a sender that keeps pushing is
+// closed; the members who read the room, and whoever it writes to in private, stay.
+TEST_F(RoomTest, AFlooderIsBoundedAndItsReadersStay)
+{
+    auto lp_alice = LoggedIn("alice");
+    auto lp_bob = LoggedIn("bob");
+    auto lp_flooder = LoggedIn("flooder");
+    for (RawClient* lp_member : {lp_alice.get(), lp_bob.get(), lp_flooder.get()})
+    {
+        lp_member->Send(Body(14).Str("lobby"));
+        ASSERT_TRUE(lp_member->Take(14));
+    }
+    int const l_burst = ChatAllowance::c_burstLines;
+    QByteArray l_lines;
+    for (int l_line = 0; l_line < l_burst + ChatAllowance::c_dropsBeforeClose; ++l_line)
+        l_lines += Body(13).Str("lobby").Str(QByteArray(1000, 'x')).Frame();
+    lp_flooder->SendRaw(l_lines);
+    EXPECT_TRUE(lp_flooder->WaitClosed());
+    for (RawClient* lp_reader : {lp_alice.get(), lp_bob.get()})
+    {
+        int l_received = 0;
+        while (lp_reader->Take(13, 300))
+            ++l_received;
+        // A line may refill while the burst is being read.
+        EXPECT_GE(l_received, l_burst);
+        EXPECT_LE(l_received, l_burst + 2);
+        lp_reader->Sync();
+        EXPECT_TRUE(lp_reader->IsOpen());
+    }
+    EXPECT_FALSE(LogLine(QStringLiteral("room chat dropped flooder lobby: sender too fast")).isEmpty());
+    EXPECT_FALSE(LogLine(QStringLiteral("closing connection from 127.0.0.1: sends chat faster than allowed")).isEmpty());
+
+    auto lp_spammer = LoggedIn("spammer");
+    for (int l_message = 0; l_message <= l_burst + 2; ++l_message)
+        lp_spammer->Send(Body(22).Str("alice").Str("buy"));
+    int l_received = 0;
+    while (lp_alice->Take(22, 300))
+        ++l_received;
+    EXPECT_GE(l_received, l_burst);
+    EXPECT_LE(l_received, l_burst + 2);
+    EXPECT_FALSE(LogLine(QStringLiteral("private message dropped spammer -> alice: sender too fast")).isEmpty());
+    EXPECT_TRUE(lp_spammer->IsOpen());
+}
 }

@@ -1,4 +1,8 @@
+#include "HeldSocket.h"
 #include "ServerFixture.h"
+
+#include "SearchTree.h"
+#include "SessionRegistry.h"
 
 namespace
 {
@@ -57,5 +61,93 @@ TEST_F(SearchTreeTest, SearchesReachRootsAndRootsAreOfferedOlderRootsThatCanTake
     auto lp_erin = LoggedIn("erin");
     lp_erin->Send(Body(71).U8(0));
     EXPECT_TRUE(lp_erin->NothingOf(102));
+}
+
+QByteArray Name(int i_index) { return "user" + QByteArray::number(i_index); }
+
+QSet<QByteArray> Names(int i_first, int i_last)
+{
+    QSet<QByteArray> l_names;
+    for (int l_index = i_first; l_index <= i_last; ++l_index)
+        l_names.insert(Name(l_index));
+    return l_names;
+}
+
+// The names in a message 102.
+QList<QByteArray> Offered(QByteArray const& i_body)
+{
+    Fields l_list(i_body.mid(4));
+    QList<QByteArray> l_names(l_list.U32());
+    for (QByteArray& l_name : l_names)
+    {
+        l_name = l_list.Str();
+        l_list.U32(), l_list.U32();
+    }
+    return l_names;
+}
+
+// The sessions that were sent possible parents since io_counts was taken, each with the names of
+// its latest list; io_counts is taken anew.
+QMap<QByteArray, QList<QByteArray>> NewlyOffered(QList<ClientConnection*> const& i_sessions, QList<qsizetype>& io_counts)
+{
+    QMap<QByteArray, QList<QByteArray>> l_offered;
+    io_counts.resize(i_sessions.size());
+    for (qsizetype l_index = 0; l_index < i_sessions.size(); ++l_index)
+    {
+        QList<QByteArray> const l_bodies = HeldSocket::Of(*i_sessions[l_index]).Bodies(102);
+        if (l_bodies.size() != io_counts[l_index])
+            l_offered.insert(i_sessions[l_index]->Name(), Offered(l_bodies.last()));
+        io_counts[l_index] = l_bodies.size();
+    }
+    return l_offered;
+}
+
+// However many roots there are, a new root and a toggle of message 100 look at the same number of
+// index entries. A parent that comes back is named to a bounded number of younger roots, the next
+// ones in turn, and stands in each list beside the oldest parents.
+TEST(SearchTreeIndexTest, ReportsAndOffersCostTheSameWhateverTheNumberOfSessions)
+{
+    CapturedLog l_log;
+    QList<quint64> l_costs;
+    for (int l_count : {100, 2000})
+    {
+        QObject l_owner;
+        SessionRegistry l_registry;
+        SearchTree l_tree(l_registry);
+        QList<ClientConnection*> l_sessions;
+        for (int l_index = 1; l_index <= l_count + 1; ++l_index)
+        {
+            l_sessions.append(HeldSocket::Session(Name(l_index), l_index, &l_owner));
+            l_tree.SetListenPort(*l_sessions.last(), 2234);
+            l_tree.SetCanParent(*l_sessions.last(), l_index != 2 && l_index <= l_count);
+            if (l_index <= l_count)
+                l_tree.SetHasParent(*l_sessions.last(), false);
+        }
+        QList<qsizetype> l_counts;
+        NewlyOffered(l_sessions, l_counts);
+
+        quint64 const l_before = l_tree.Examined();
+        ClientConnection& l_newcomer = *l_sessions.last();
+        l_tree.SetHasParent(l_newcomer, false);
+        // user2 cannot take children, so the next oldest fills its place.
+        QList<QByteArray> const l_oldest = {Name(1), Name(3), Name(4), Name(5), Name(6), Name(7), Name(8), Name(9), Name(10), Name(11)};
+        EXPECT_EQ(NewlyOffered(l_sessions, l_counts), (QMap<QByteArray, QList<QByteArray>>{{l_newcomer.Name(), l_oldest}}));
+
+        ClientConnection& l_returning = *l_sessions[3];
+        l_tree.SetCanParent(l_returning, false);
+        l_tree.SetCanParent(l_returning, true);
+        l_costs.append(l_tree.Examined() - l_before);
+        auto const l_first = NewlyOffered(l_sessions, l_counts);
+        EXPECT_EQ(QSet<QByteArray>(l_first.keyBegin(), l_first.keyEnd()), Names(5, 14));
+        EXPECT_EQ(l_first.value(Name(5)), QList<QByteArray>({Name(1), Name(3), Name(4)}));
+        EXPECT_EQ(l_first.value(Name(14)), l_oldest);
+        EXPECT_EQ(l_first.value(Name(11)), l_oldest.first(9));
+
+        l_tree.SetCanParent(l_returning, false);
+        l_tree.SetCanParent(l_returning, true);
+        auto const l_second = NewlyOffered(l_sessions, l_counts);
+        EXPECT_EQ(QSet<QByteArray>(l_second.keyBegin(), l_second.keyEnd()), Names(15, 24));
+    }
+    EXPECT_EQ(l_costs[0], l_costs[1]);
 }
 }

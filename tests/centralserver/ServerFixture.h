@@ -1,7 +1,9 @@
 #pragma once
 
 #include "CentralServer.h"
+#include "ServerLog.h"
 #include "support/RawClient.h"
+#include "support/WaitFor.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +11,21 @@
 
 #include <memory>
 
+// Collects the server's log lines instead of printing them, for as long as it lives.
+class CapturedLog
+{
+public:
+    CapturedLog() { ServerLog::SetSink([this](QString const& i_line) { m_lines.append(i_line); }); }
+    ~CapturedLog() { ServerLog::SetSink({}); }
+    CapturedLog(CapturedLog const&) = delete;
+    CapturedLog& operator=(CapturedLog const&) = delete;
+
+    QStringList m_lines;
+};
+
 // An in-process server on a free port of the loopback interface, with two privileged users,
-// parent rules and a wish-list period other than the defaults, and a room with staff.
+// parent rules and a wish-list period other than the defaults, and a room with staff. Its log
+// lines are collected instead of printed.
 class ServerFixture : public ::testing::Test
 {
 protected:
@@ -47,6 +62,25 @@ protected:
         return lp_client;
     }
 
+    // The first log line that contains i_text, waiting for it; empty on time-out.
+    QString LogLine(QString const& i_text, int i_timeoutMs = 3000)
+    {
+        QString l_found;
+        WaitFor([&] {
+            for (QString const& l_line : std::as_const(m_log.m_lines))
+            {
+                if (l_line.contains(i_text))
+                {
+                    l_found = l_line;
+                    return true;
+                }
+            }
+            return false;
+        }, i_timeoutMs);
+        return l_found;
+    }
+
     ServerOptions m_options;
     std::unique_ptr<CentralServer> mp_server;
+    CapturedLog m_log;
 };

@@ -77,4 +77,27 @@ TEST_F(SessionTest, UsersAreLookedUpTrackedAndReachedThroughTheirSessions)
     lp_bob->Send(Body(7).Str("vip"));
     EXPECT_EQ(lp_bob->TakeBody(7), Body(7).Str("vip").U32(0).U8(1).Bytes());
 }
+
+// New names stop at the most accounts allowed, with a refusal and a log line; known names still
+// log in. The default is 100,000 and the option sets it.
+TEST_F(SessionTest, NewNamesAreRefusedOnceTheAccountsAreFull)
+{
+    m_options.m_maxAccounts = 2;
+    Restart();
+    LoggedIn("alice");
+    LoggedIn("bob");
+    RawClient l_third(mp_server->Port());
+    l_third.Send(RawClient::LoginBody("carol", "pw"));
+    EXPECT_EQ(l_third.Next(), Body(1).U8(0).Str("ACCOUNTSFULL").Bytes());
+    EXPECT_TRUE(l_third.WaitClosed());
+    EXPECT_FALSE(LogLine(QStringLiteral("login refused carol from 127.0.0.1: ACCOUNTSFULL")).isEmpty());
+    LoggedIn("alice");
+
+    ServerOptions l_options;
+    QString l_error;
+    EXPECT_EQ(l_options.m_maxAccounts, 100000u);
+    EXPECT_TRUE(l_options.Parse({QStringLiteral("tidewick-central"), QStringLiteral("--max-accounts"), QStringLiteral("0")}, l_error));
+    EXPECT_EQ(l_options.m_maxAccounts, 0u);
+    EXPECT_FALSE(l_options.Parse({QStringLiteral("tidewick-central"), QStringLiteral("--max-accounts"), QStringLiteral("many")}, l_error));
+}
 }

@@ -29,6 +29,7 @@ MainWindow* mainWindow = nullptr;
 MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::make_unique<Ui::MainWindow>())
 {
     mainWindow = this;
+    gp_formHost = this;
     mp_ui->setupUi(this);
     addToolBar(Qt::TopToolBarArea, new ActionSetToolBar(this));
     mp_ui->diagnosticsTabLayout->addWidget(new DiagnosticsForm(mp_ui->diagnosticsTab));
@@ -104,6 +105,7 @@ MainWindow::~MainWindow()
     delete dataSaver;
     delete timerManager;
     mp_ui.reset();
+    gp_formHost = nullptr;
     mainWindow = nullptr;
 }
 

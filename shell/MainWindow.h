@@ -43,7 +43,6 @@ protected:
 private slots:
     void OnConnectMenuOptionClicked();
     void OnDisconnectMenuOptionClicked();
-    void OnShowData();
     void OnToolBarActionTriggered(std::string i_action);
     void OnUPnPCheckboxToggled(bool i_checked);
     void OnConnecting();
@@ -54,6 +53,7 @@ private slots:
 
 private:
     void DeclareActionSets();
+    void DisableControlsNotYetBuilt();
     void DeclareSettingsTypes();
     void OnSetDownloadFolder();
     void OnCreateRoom();

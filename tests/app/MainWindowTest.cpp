@@ -112,9 +112,12 @@ TEST(MainWindow, ControlsWhoseWorkHasNotLandedAreDisabledWithTheReason)
     QStringList l_enabled, l_disabled;
     for (QAction* lp_action : actionBar->actions())
     {
-        (lp_action->isEnabled() ? l_enabled : l_disabled) << lp_action->text();
         if (lp_action->isEnabled())
+        {
+            l_enabled << lp_action->text();
             continue;
+        }
+        l_disabled << lp_action->text();
         EXPECT_EQ(lp_action->toolTip(), u"Coming with shared folders"_s);
         lp_action->trigger();
     }
@@ -128,7 +131,6 @@ TEST(MainWindow, ControlsWhoseWorkHasNotLandedAreDisabledWithTheReason)
     EXPECT_EQ(lp_upnp->toolTip(), u"Coming with UPnP port mapping"_s);
     EXPECT_EQ(GetGlobal("use_upnp"), "yes");
     EXPECT_TRUE(lp_upnp->isChecked());
-    lp_ui->mainTabWidget->setCurrentWidget(lp_ui->optionsTab);
     lp_ui->optionsTabWidget->setCurrentWidget(lp_ui->loginOptionsTab);
     QTest::mouseClick(lp_upnp, Qt::LeftButton);
     EXPECT_EQ(GetGlobal("use_upnp"), "yes");

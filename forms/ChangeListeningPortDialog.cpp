@@ -13,11 +13,6 @@ ChangeListeningPortDialog::ChangeListeningPortDialog(QWidget* ip_parent)
 
 ChangeListeningPortDialog::~ChangeListeningPortDialog() = default;
 
-void ChangeListeningPortDialog::SetPortText(QString const& i_text)
-{
-    mp_ui->portEdit->setText(i_text);
-}
-
 void ChangeListeningPortDialog::accept()
 {
     bool l_ok = false;

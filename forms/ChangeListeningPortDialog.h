@@ -16,8 +16,6 @@ public:
     explicit ChangeListeningPortDialog(QWidget* ip_parent = nullptr);
     ~ChangeListeningPortDialog() override;
 
-    void SetPortText(QString const& i_text);
-
 public slots:
     void accept() override;
     void reject() override;

@@ -1,10 +1,10 @@
 #include "forms/UserMenuOptions.h"
 
 #include <QAction>
-#include <QApplication>
 #include <QMenu>
 
 #include "forms/UserGroupsDialog.h"
+#include "shell/FormHost.h"
 #include "store/Data.h"
 
 namespace
@@ -17,7 +17,7 @@ ItemPtr UserItem(std::string const& i_user)
 
 void OpenGroupsDialog(std::string const& i_user)
 {
-    (new UserGroupsDialog(i_user, QApplication::activeWindow()))->show();
+    (new UserGroupsDialog(i_user, gp_formHost ? gp_formHost->DialogParent() : nullptr))->show();
 }
 } // namespace
 

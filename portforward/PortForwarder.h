@@ -18,8 +18,6 @@ public:
     void AddPortMapping(QTcpSocket* ip_socket, int i_port);
     void RemovePortMapping(int i_port);
 
-    bool IsInitialized() const { return m_initialized; }
-
 private:
     bool m_initialized = false;
 };

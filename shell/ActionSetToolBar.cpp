@@ -33,6 +33,12 @@ ItemPtr FindWidgetItem(QObject const* ip_object)
     return d.GetType("toolbar_action_widget")->HasItem(WidgetValue(ip_object));
 }
 
+void ShowDisabled(QAction* ip_action, QString const& i_reason)
+{
+    ip_action->setEnabled(false);
+    ip_action->setToolTip(i_reason);
+}
+
 QTreeWidgetItem* FirstSelectedRow(QTreeWidget* ip_tree)
 {
     QTreeWidgetItemIterator l_it(ip_tree, QTreeWidgetItemIterator::Selected);
@@ -64,9 +70,10 @@ ActionSetToolBar::ActionSetToolBar(QWidget* ip_parent) : QToolBar(ip_parent), mp
     Type* lp_activeValue = d.NewType("active_action_value", false, false, true);
     Type* lp_widgetText = d.NewType("widget_action_text", false, false, true);
     Type* lp_object = d.NewType("toolbar_action_object", false, false, true);
+    Type* lp_disabled = d.NewType("toolbar_action_disabled", false, false, true);
 
     lp_set->RelateToType(lp_action, One, Many, false);
-    for (Type* lp_attribute : {lp_id, lp_order, lp_icon, lp_text, lp_needsSelection})
+    for (Type* lp_attribute : {lp_id, lp_order, lp_icon, lp_text, lp_needsSelection, lp_disabled})
         lp_action->RelateToType(lp_attribute, Many, One, false);
     lp_set->RelateToType(lp_widget, One, Many, false);
     for (Type* lp_attribute : {lp_key, lp_value, lp_widget})
@@ -158,12 +165,31 @@ void ActionSetToolBar::SetWidgetActionText(QWidget* ip_widget, QString const& i_
 
     if (ip_widget != m_currentWidget)
         return;
+    for (QAction* lp_action : ShownActions(l_id))
+        lp_action->setText(i_text);
+}
+
+void ActionSetToolBar::DisableAction(std::string const& i_id, QString const& i_reason)
+{
+    ItemPtr const l_id = d.GetType("toolbar_action_id")->HasItem(i_id);
+    TW_REQUIRE(l_id, "DisableAction: no such action id", i_id.c_str());
+    ItemPtr const l_reason = KeyItem("toolbar_action_disabled", i_reason.toStdString());
+    for (Item* lp_action : l_id.GetItems("toolbar_action"))
+        ItemPtr(lp_action) += l_reason;
+    for (QAction* lp_action : ShownActions(l_id))
+        ShowDisabled(lp_action, i_reason);
+}
+
+std::vector<QAction*> ActionSetToolBar::ShownActions(ItemPtr i_id)
+{
+    std::vector<QAction*> l_actions;
     for (Item* lp_object : g("toolbar_action_object"))
     {
         ItemPtr const l_object(lp_object);
-        if (l_object["toolbar_action"]["toolbar_action_id"].Get() == l_id.Get())
-            l_object.AsPointer<QAction>()->setText(i_text);
+        if (l_object["toolbar_action"]["toolbar_action_id"].Get() == i_id.Get())
+            l_actions.push_back(l_object.AsPointer<QAction>());
     }
+    return l_actions;
 }
 
 QString ActionSetToolBar::GetKey(QString const& i_key) const
@@ -253,6 +279,8 @@ void ActionSetToolBar::ChangeSet(QWidget* ip_widget, QString const& i_set)
         }
         auto* lp_qaction = new QAction(QIcon(QString::fromStdString(l_action["toolbar_action_icon"].AsString())),
                                        QString::fromStdString(l_text), this);
+        if (ItemPtr const l_disabled = l_action["toolbar_action_disabled"])
+            ShowDisabled(lp_qaction, QString::fromStdString(l_disabled.AsString()));
         addAction(lp_qaction);
         connect(lp_qaction, &QAction::triggered, this, &ActionSetToolBar::OnActionTriggered);
         KeyItem("toolbar_action_object", Value(lp_qaction)) += l_action;

@@ -29,6 +29,8 @@ public:
     void AddWidgetKey(QWidget* ip_widget, QString const& i_key, QString const& i_value);
     void AddWidgetColumnKey(QWidget* ip_widget, QString const& i_key, int i_column);
     void SetWidgetActionText(QWidget* ip_widget, QString const& i_id, QString const& i_text);
+    // Shows the action greyed out wherever it appears, with the reason as its tooltip.
+    void DisableAction(std::string const& i_id, QString const& i_reason);
     QString GetKey(QString const& i_key) const;
     void AutoFocusTabWidget(QTabWidget* ip_tabWidget);
 
@@ -47,6 +49,7 @@ private slots:
 
 private:
     ItemPtr WidgetItem(QWidget* ip_widget, char const* i_call) const;
+    static std::vector<QAction*> ShownActions(ItemPtr i_id);
     void RemoveSetActions();
     void SetWidgetKeyPair(ItemPtr i_widget, QString const& i_key, char const* i_pairType, ItemPtr i_value);
 

@@ -26,9 +26,20 @@
 
 MainWindow* mainWindow = nullptr;
 
+namespace
+{
+template <class Control>
+void DisableWithReason(Control* ip_control, QString const& i_reason)
+{
+    ip_control->setEnabled(false);
+    ip_control->setToolTip(i_reason);
+}
+} // namespace
+
 MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::make_unique<Ui::MainWindow>())
 {
     mainWindow = this;
+    gp_formHost = this;
     mp_ui->setupUi(this);
     addToolBar(Qt::TopToolBarArea, new ActionSetToolBar(this));
     mp_ui->diagnosticsTabLayout->addWidget(new DiagnosticsForm(mp_ui->diagnosticsTab));
@@ -55,9 +66,9 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     connect(timerManager->HourTimer(), &QTimer::timeout, mp_server, &Server::RenewPortMapping);
     connect(mp_ui->actionConnect, &QAction::triggered, this, &MainWindow::OnConnectMenuOptionClicked);
     connect(mp_ui->actionDisconnect, &QAction::triggered, this, &MainWindow::OnDisconnectMenuOptionClicked);
-    connect(mp_ui->actionData, &QAction::triggered, this, &MainWindow::OnShowData);
 
     DeclareActionSets();
+    DisableControlsNotYetBuilt();
 
     DeclareSettingsTypes();
 
@@ -104,6 +115,7 @@ MainWindow::~MainWindow()
     delete dataSaver;
     delete timerManager;
     mp_ui.reset();
+    gp_formHost = nullptr;
     mainWindow = nullptr;
 }
 
@@ -132,6 +144,18 @@ void MainWindow::DeclareActionSets()
     connect(qApp, &QApplication::focusChanged, actionBar, &ActionSetToolBar::OnApplicationFocusChanged);
     connect(actionBar, &ActionSetToolBar::ActionTriggered, this, &MainWindow::OnToolBarActionTriggered);
     connect(mp_ui->mainTabWidget, &QTabWidget::currentChanged, this, &MainWindow::OnMainWindowTabChanged);
+}
+
+void MainWindow::DisableControlsNotYetBuilt()
+{
+    // Each line goes when the work behind its control lands. The use_upnp setting keeps its
+    // value meanwhile: the disabled box still shows it and cannot change it.
+    QString const l_sharedFolders = QStringLiteral("Coming with shared folders");
+    DisableWithReason(mp_ui->actionData, QStringLiteral("Coming with the data browser"));
+    actionBar->DisableAction("share_folder", l_sharedFolders);
+    actionBar->DisableAction("unshare_folder", l_sharedFolders);
+    actionBar->DisableAction("rescan_shares", l_sharedFolders);
+    DisableWithReason(mp_ui->uPnPCheckBox, QStringLiteral("Coming with UPnP port mapping"));
 }
 
 void MainWindow::OnMainWindowTabChanged(int)
@@ -283,8 +307,6 @@ void MainWindow::OnConnectionFailed(std::string const& i_reason)
                        QStringLiteral("Login failed. The password you supplied does not match your username. Please "
                                       "change your login settings in the Options tab and try reconnecting."));
 }
-
-void MainWindow::OnShowData() {}
 
 void MainWindow::OnUPnPCheckboxToggled(bool i_checked)
 {

@@ -1,9 +1,14 @@
 #pragma once
 
+#ifdef TIDEWICK_BELOW_APP
+#error "The shell library and the forms sit below the main window: reach it through shell/FormHost.h."
+#endif
+
 #include <QMainWindow>
 #include <memory>
 #include <string>
 
+#include "shell/FormHost.h"
 #include "store/DataHandler.h"
 
 namespace Ui
@@ -16,7 +21,7 @@ class UserListForm;
 
 // The application shell: builds every manager in a fixed order, loads the data file and
 // starts the connection; its destruction saves and tears everything down.
-class MainWindow : public QMainWindow, public DataHandler
+class MainWindow : public QMainWindow, public DataHandler, public FormHost
 {
     Q_OBJECT
 public:
@@ -27,6 +32,8 @@ public:
     Ui::MainWindow* Widgets() { return mp_ui.get(); }
     UserListForm* UserList() { return mp_userListForm; }
 
+    QWidget* DialogParent() override { return this; }
+
 public slots:
     void EveryFiveMinutes();
 
@@ -36,7 +43,6 @@ protected:
 private slots:
     void OnConnectMenuOptionClicked();
     void OnDisconnectMenuOptionClicked();
-    void OnShowData();
     void OnToolBarActionTriggered(std::string i_action);
     void OnUPnPCheckboxToggled(bool i_checked);
     void OnConnecting();
@@ -47,6 +53,7 @@ private slots:
 
 private:
     void DeclareActionSets();
+    void DisableControlsNotYetBuilt();
     void DeclareSettingsTypes();
     void OnSetDownloadFolder();
     void OnCreateRoom();

@@ -66,17 +66,17 @@ TEST(LoginOptions, PortDialogValidatesAndLeavesTheChangePending)
 
     for (char const* lp_bad : {"0", "70000", ""})
     {
-        lp_dialog->SetPortText(QString::fromLatin1(lp_bad));
+        Edit(lp_dialog, "portEdit")->setText(QString::fromLatin1(lp_bad));
         lp_dialog->accept();
         EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Invalid Port Number")), 1) << lp_bad;
         EXPECT_FALSE(lp_dialog.isNull());
     }
-    lp_dialog->SetPortText(QStringLiteral("2235"));
+    Edit(lp_dialog, "portEdit")->setText(QStringLiteral("2235"));
     lp_dialog->accept();
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Port Number Not Changed")), 1);
     EXPECT_FALSE(GetGlobalValue("new_listening_port"));
 
-    lp_dialog->SetPortText(QStringLiteral("2240"));
+    Edit(lp_dialog, "portEdit")->setText(QStringLiteral("2240"));
     lp_dialog->accept();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_TRUE(lp_dialog.isNull());
@@ -87,7 +87,7 @@ TEST(LoginOptions, PortDialogValidatesAndLeavesTheChangePending)
 
     // Asking again for the port already pending gives the same value and the message again.
     auto* lp_again = new ChangeListeningPortDialog(lp_window);
-    lp_again->SetPortText(QStringLiteral("2240"));
+    Edit(lp_again, "portEdit")->setText(QStringLiteral("2240"));
     lp_again->accept();
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Change to Listening Port Pending")), 1);
     EXPECT_EQ(GetGlobal("new_listening_port"), "2240");

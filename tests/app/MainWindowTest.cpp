@@ -1,12 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QCheckBox>
 #include <QFile>
+#include <QMenu>
+#include <QSignalSpy>
 #include <QTabWidget>
+#include <QTest>
 #include <QTimer>
 
 #include "support/AppEnvironment.h"
 #include "server/Server.h"
+#include "shell/ActionSetToolBar.h"
 #include "shell/MainWindow.h"
 #include "shell/TimerManager.h"
 #include "store/Settings.h"
@@ -86,4 +91,48 @@ TEST(MainWindow, ConnectionMenuFollowsTheServerAndOnlyAWrongPasswordIsShown)
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 0);
     emit gp_server->ConnectionFailed("INVALIDPASS");
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 1);
+}
+
+TEST(MainWindow, ControlsWhoseWorkHasNotLandedAreDisabledWithTheReason)
+{
+    MainWindow* lp_window = AppEnvironment::Window();
+    Ui::MainWindow* lp_ui = lp_window->Widgets();
+    CloseInformationBoxes(QString());
+    EXPECT_FALSE(lp_ui->actionData->isEnabled());
+    EXPECT_EQ(lp_ui->actionData->toolTip(), u"Coming with the data browser"_s);
+    EXPECT_TRUE(lp_ui->menuConnection->toolTipsVisible());
+
+    QApplication::setActiveWindow(lp_window);
+    ASSERT_TRUE(QTest::qWaitForWindowActive(lp_window));
+    lp_ui->mainTabWidget->setCurrentWidget(lp_ui->optionsTab);
+    lp_ui->optionsTabWidget->setCurrentWidget(lp_ui->fileSharingOptionsTab);
+    lp_ui->fileSharingOptionsTab->setFocus(Qt::OtherFocusReason);
+    QApplication::processEvents();
+    QSignalSpy l_emitted(actionBar, &ActionSetToolBar::ActionTriggered);
+    QStringList l_enabled, l_disabled;
+    for (QAction* lp_action : actionBar->actions())
+    {
+        if (lp_action->isEnabled())
+        {
+            l_enabled << lp_action->text();
+            continue;
+        }
+        l_disabled << lp_action->text();
+        EXPECT_EQ(lp_action->toolTip(), u"Coming with shared folders"_s);
+        lp_action->trigger();
+    }
+    EXPECT_EQ(l_enabled, QStringList{u"Set Download Folder"_s});
+    EXPECT_EQ(l_disabled, (QStringList{u"Share Folder"_s, u"Unshare Folder"_s, u"Rescan Shares"_s}));
+    EXPECT_EQ(l_emitted.count(), 0);
+
+    // The box shows the saved value, which keeps its default, and a click changes neither.
+    QCheckBox* lp_upnp = lp_ui->uPnPCheckBox;
+    EXPECT_FALSE(lp_upnp->isEnabled());
+    EXPECT_EQ(lp_upnp->toolTip(), u"Coming with UPnP port mapping"_s);
+    EXPECT_EQ(GetGlobal("use_upnp"), "yes");
+    EXPECT_TRUE(lp_upnp->isChecked());
+    lp_ui->optionsTabWidget->setCurrentWidget(lp_ui->loginOptionsTab);
+    QTest::mouseClick(lp_upnp, Qt::LeftButton);
+    EXPECT_EQ(GetGlobal("use_upnp"), "yes");
+    EXPECT_TRUE(lp_upnp->isChecked());
 }

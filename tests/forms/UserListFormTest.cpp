@@ -129,6 +129,7 @@ TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
     QList<UserGroupsDialog*> const l_groups = OpenDialogs<UserGroupsDialog>();
     ASSERT_EQ(l_groups.size(), 1);
     EXPECT_EQ(l_groups.front()->windowTitle(), QStringLiteral("User Groups for [eve]"));
+    EXPECT_EQ(l_groups.front()->parentWidget(), mp_window);
 
     EXPECT_EQ(MenuFor("eve"), (QStringList{QStringLiteral("Set user's groups"), QStringLiteral("Remove user from list")}));
     TriggerMenuEntry("eve", QStringLiteral("Remove user from list"));

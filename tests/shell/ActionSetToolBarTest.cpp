@@ -114,6 +114,25 @@ TEST_F(ActionSetToolBarTest, FixedKeysComeAtFocusAndColumnKeysFromTheTopSelected
     EXPECT_EQ(actionBar->GetKey(S("room")), S("attic"));
 }
 
+TEST_F(ActionSetToolBarTest, DisabledActionShowsItsReasonAndEmitsNothing)
+{
+    FocusOn(mp_formA);
+    actionBar->DisableAction("form_b", S("Coming later"));
+    QSignalSpy l_emitted(actionBar, &ActionSetToolBar::ActionTriggered);
+    // First on the bar that stands, then on the bar rebuilt for the next widget of the set.
+    for (QWidget* lp_form : {mp_formA, mp_formB})
+    {
+        FocusOn(lp_form);
+        QAction* lp_disabled = actionBar->actions().value(1);
+        ASSERT_TRUE(lp_disabled);
+        EXPECT_FALSE(lp_disabled->isEnabled());
+        EXPECT_EQ(lp_disabled->toolTip(), S("Coming later"));
+        EXPECT_TRUE(actionBar->actions().value(0)->isEnabled());
+        Press(1);
+    }
+    EXPECT_EQ(l_emitted.count(), 0);
+}
+
 TEST_F(ActionSetToolBarTest, TextsAndKeysArePerWidgetAndGoWithIt)
 {
     FocusOn(mp_formB);

@@ -1,0 +1,3 @@
+#include "shell/FormHost.h"
+
+FormHost* gp_formHost = nullptr;

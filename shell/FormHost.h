@@ -1,0 +1,20 @@
+#pragma once
+
+class QWidget;
+
+// What the forms may ask of the main window. The forms are built below the application, so
+// they reach the window through this interface, which the main window implements, and never
+// through its class.
+class FormHost
+{
+public:
+    // The window that dialogs opened from a form belong to, so that they stand over it and go
+    // with it.
+    virtual QWidget* DialogParent() = 0;
+
+protected:
+    ~FormHost() = default;
+};
+
+// Set by the main window while it lives; null otherwise.
+extern FormHost* gp_formHost;

@@ -83,6 +83,11 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     connect(mp_server, &Server::ConnectionFailed, this, &MainWindow::OnConnectionFailed);
 
     dataSaver->Load(&d, DataFileName().c_str());
+    if (!dataSaver->DamagedCopy().empty())
+        ShowInformationBox(this, tr("Damaged Data File"),
+                           tr("The data file was damaged. It is kept as it was in %1, and Tidewick started with what "
+                              "could be read from it.")
+                               .arg(QString::fromStdString(dataSaver->DamagedCopy())));
 
     if (GetGlobalValue("username").IsNull())
         ShowNoUsernameBox();
@@ -244,7 +249,7 @@ std::string MainWindow::DataFileName()
 
 void MainWindow::EveryFiveMinutes()
 {
-    dataSaver->Save(&d, DataFileName().c_str());
+    dataSaver->SaveInBackground(&d, DataFileName().c_str());
 }
 
 void MainWindow::closeEvent(QCloseEvent* ip_event)

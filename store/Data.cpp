@@ -112,6 +112,9 @@ int Data::RemoveDisconnectedItems()
     // Items removed below, by the sweep or by listeners, stay readable until it has ended, so
     // the lists of this walk never hold a freed item.
     EventDelivery::Walk l_walk;
+    // Every item that exists now counts as unreached until the walk from the roots reaches it.
+    m_sweepEpoch = !m_sweepEpoch;
+
     std::vector<Item*> l_removeNow;
     std::vector<Type*> l_owners;
     for (auto const& l_typeEntry : m_types)
@@ -121,15 +124,11 @@ int Data::RemoveDisconnectedItems()
         for (auto const& l_relation : lp_type->Relations())
             if (l_relation.second.m_ownedBy)
                 l_owners.push_back(l_relation.first);
+        if (l_owners.empty())
+            continue;
         for (Item* lp_item : lp_type->Items())
-        {
-            bool const l_ownersPresent = std::all_of(l_owners.begin(), l_owners.end(),
-                                                     [lp_item](Type* ip_owner) { return lp_item->IsConnected(ip_owner); });
-            if (l_ownersPresent)
-                lp_item->m_sweepCandidate = true;
-            else
+            if (!std::all_of(l_owners.begin(), l_owners.end(), [lp_item](Type* ip_owner) { return lp_item->IsConnected(ip_owner); }))
                 l_removeNow.push_back(lp_item);
-        }
     }
 
     // Both removals go in address order; an item that a listener removed first is skipped.
@@ -139,7 +138,6 @@ int Data::RemoveDisconnectedItems()
         for (Item* lp_item : io_items)
             if (lp_item->m_state == Item::State::Alive)
             {
-                lp_item->m_sweepCandidate = false;
                 lp_item->Remove();
                 ++l_removed;
             }
@@ -160,27 +158,28 @@ int Data::RemoveDisconnectedItems()
     std::vector<Item*> l_unreached;
     for (auto const& l_typeEntry : m_types)
         for (Item* lp_item : l_typeEntry.second->Items())
-            if (lp_item->m_sweepCandidate)
+            if (lp_item->m_sweepMark != m_sweepEpoch)
                 l_unreached.push_back(lp_item);
     l_removeAll(l_unreached);
     return l_removed;
 }
 
 // Marks what a root reaches through attribute items of pairwise different types: a type is
-// flagged while it is on the current path and unflagged on the way back.
+// flagged while it is on the current path and unflagged on the way back. A group whose type
+// is on the path is passed over whole, without looking at its items.
 void Data::MarkItemConnections(Item* ip_item)
 {
-    if (!ip_item->m_sweepCandidate)
+    if (ip_item->m_sweepMark == m_sweepEpoch)
         return;
     Type* lp_type = ip_item->GetType();
     if (lp_type->m_sweepVisited)
         return;
     lp_type->m_sweepVisited = true;
-    ip_item->m_sweepCandidate = false;
+    ip_item->m_sweepMark = m_sweepEpoch;
     for (ConnectionGroup const& l_group : ip_item->ConnectedItems())
     {
         TW_REQUIRE(!l_group.IsEmpty(), "RemoveDisconnectedItems: empty connection set", l_group.GetType()->Name());
-        if (l_group.GetType()->IsRoot())
+        if (l_group.GetType()->IsRoot() || l_group.GetType()->m_sweepVisited)
             continue;
         for (Item* lp_other : l_group.Items())
             MarkItemConnections(lp_other);

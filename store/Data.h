@@ -75,6 +75,7 @@ public:
 
 private:
     friend class Item;
+    friend class Type;
     using PathInfoSet = std::set<PathNodeHandlerInfo*>;
 
     void NotifyPairs(std::map<TypePair, PairHandlerSet>& io_map, Item* ip_a, Item* ip_b);
@@ -94,6 +95,7 @@ private:
 
     std::map<std::string, Type*> m_types;
     std::vector<std::unique_ptr<Type>> m_ownedTypes;
+    bool m_sweepEpoch = false; // flips at each sweep, so that no item's mark needs clearing
     std::map<TypePair, PairHandlerSet> m_typePairConnectionEventHandlers;
     std::map<TypePair, PairHandlerSet> m_typePairDisconnectionEventHandlers;
     std::map<TypePair, PathInfoSet> m_typePairConnectionHandlerInfoMap;

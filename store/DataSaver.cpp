@@ -1,8 +1,9 @@
 #include "store/DataSaver.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 #include <thread>
-#include <unordered_map>
 
 #include <QStringList>
 
@@ -25,12 +26,86 @@ void AppendInt(std::string& io_bytes, std::int32_t i_value)
     io_bytes.append(l_little, 4);
 }
 
-void PatchInt(std::string& io_bytes, std::size_t i_at, std::int32_t i_value)
+// Puts items in address order by their addresses' bits, a few at a time: much quicker than
+// comparing for the hundreds of thousands of items of a large share.
+void SortByAddress(std::vector<Item*>& io_items)
 {
-    std::string l_little;
-    AppendInt(l_little, i_value);
-    io_bytes.replace(i_at, 4, l_little);
+    if (io_items.size() < 1024)
+    {
+        std::sort(io_items.begin(), io_items.end());
+        return;
+    }
+    auto l_key = [](Item* ip_item) { return reinterpret_cast<std::uintptr_t>(ip_item); };
+    auto const [l_lowest, l_highest] = std::minmax_element(io_items.begin(), io_items.end());
+    std::uintptr_t const l_base = l_key(*l_lowest);
+    std::uintptr_t const l_span = l_key(*l_highest) - l_base;
+    // Bits that are zero in every offset, as the low bits of aligned addresses are, need no pass.
+    std::uintptr_t l_anyBits = 0;
+    for (Item* lp_item : io_items)
+        l_anyBits |= l_key(lp_item) - l_base;
+    constexpr int s_bits = 12;
+    std::vector<Item*> l_other(io_items.size());
+    for (int l_shift = l_anyBits ? std::countr_zero(l_anyBits) : 64; l_shift < 64 && (l_span >> l_shift) != 0; l_shift += s_bits)
+    {
+        std::size_t l_counts[(1 << s_bits) + 1] = {};
+        for (Item* lp_item : io_items)
+            ++l_counts[(((l_key(lp_item) - l_base) >> l_shift) & ((1 << s_bits) - 1)) + 1];
+        for (int l_digit = 0; l_digit < (1 << s_bits); ++l_digit)
+            l_counts[l_digit + 1] += l_counts[l_digit];
+        for (Item* lp_item : io_items)
+            l_other[l_counts[((l_key(lp_item) - l_base) >> l_shift) & ((1 << s_bits) - 1)]++] = lp_item;
+        io_items.swap(l_other);
+    }
 }
+
+// The file's bytes as they are built: written through a cursor into a buffer that grows by
+// doubling, which is what makes building a large share's file quick.
+class FileBytes
+{
+public:
+    void Int(std::int32_t i_value)
+    {
+        auto const l_bits = static_cast<std::uint32_t>(i_value);
+        unsigned char* lp_at = Reserve(4);
+        lp_at[0] = static_cast<unsigned char>(l_bits);
+        lp_at[1] = static_cast<unsigned char>(l_bits >> 8);
+        lp_at[2] = static_cast<unsigned char>(l_bits >> 16);
+        lp_at[3] = static_cast<unsigned char>(l_bits >> 24);
+    }
+    void Byte(char i_byte) { *Reserve(1) = static_cast<unsigned char>(i_byte); }
+    void Text(std::string_view i_text)
+    {
+        Int(static_cast<std::int32_t>(i_text.size()));
+        if (!i_text.empty())
+            std::memcpy(Reserve(i_text.size()), i_text.data(), i_text.size());
+    }
+    void PatchInt(std::size_t i_at, std::int32_t i_value)
+    {
+        std::size_t const l_size = m_size;
+        m_size = i_at;
+        Int(i_value);
+        m_size = l_size;
+    }
+    std::size_t Size() const { return m_size; }
+    std::string Take()
+    {
+        m_bytes.resize(m_size);
+        return std::move(m_bytes);
+    }
+
+private:
+    unsigned char* Reserve(std::size_t i_count)
+    {
+        if (m_size + i_count > m_bytes.size())
+            m_bytes.resize(std::max(m_bytes.size() * 2, m_size + i_count + 4096));
+        unsigned char* lp_at = reinterpret_cast<unsigned char*>(m_bytes.data()) + m_size;
+        m_size += i_count;
+        return lp_at;
+    }
+
+    std::string m_bytes;
+    std::size_t m_size = 0;
+};
 
 // The readers below take nothing off the front of the bytes when they fail, so that the
 // position at a failure is where the damage begins.
@@ -257,18 +332,20 @@ bool DataSaver::ReadString(std::string_view& io_bytes, std::string& o_text)
 
 std::string DataSaver::BuildFile(Data* ip_data) const
 {
-    // The items written of one type, in address order, so that an item's id is found by a
-    // binary search: the ids of a type run from m_firstId in that same order.
+    // The items written of one type, in address order, which is also the order of their ids:
+    // walking them visits memory in the order it was handed out, and the partners of a group
+    // come out with their ids in ascending order. Each item carries its id while the file is
+    // built, and each type the range of its ids; what is not written carries zero.
     struct SavedType
     {
         Type* mp_type;
         std::vector<Item*> m_items;
-        std::int32_t m_firstId;
     };
     std::vector<SavedType> l_saved;
     std::int32_t l_nextId = 1;
     for (auto const& [l_name, lp_type] : ip_data->Types())
     {
+        lp_type->m_saveFirstId = lp_type->m_saveEndId = 0;
         if (!IsSavedType(l_name))
             continue;
         std::vector<Type*> l_connectionTypes;
@@ -277,82 +354,67 @@ std::string DataSaver::BuildFile(Data* ip_data) const
             for (std::string const& l_connectionName : m_savedByConnectionTypes.at(l_name))
                 if (Type* lp_connectionType = ip_data->FindType(l_connectionName))
                     l_connectionTypes.push_back(lp_connectionType);
-        SavedType l_entry{lp_type, {}, l_nextId};
-        l_entry.m_items.reserve(lp_type->ItemCount());
-        for (Item* lp_item : lp_type->Items())
-            if (l_whole || std::any_of(l_connectionTypes.begin(), l_connectionTypes.end(),
-                                       [lp_item](Type* ip_type) { return lp_item->IsConnected(ip_type); }))
-                l_entry.m_items.push_back(lp_item);
-        std::sort(l_entry.m_items.begin(), l_entry.m_items.end());
-        l_nextId += static_cast<std::int32_t>(l_entry.m_items.size());
-        l_saved.push_back(std::move(l_entry));
-    }
-    std::unordered_map<Type*, SavedType const*> l_byType;
-    std::size_t l_estimate = 4;
-    for (SavedType const& l_entry : l_saved)
-    {
-        l_byType.emplace(l_entry.mp_type, &l_entry);
-        l_estimate += 64 + l_entry.m_items.size() * 32;
-    }
-
-    std::string l_bytes;
-    l_bytes.reserve(l_estimate);
-    AppendInt(l_bytes, static_cast<std::int32_t>(l_saved.size()));
-    for (SavedType const& l_entry : l_saved)
-    {
-        WriteString(l_bytes, l_entry.mp_type->GetName());
-        l_bytes.push_back(l_entry.mp_type->IsNull() ? 1 : 0);
-        AppendInt(l_bytes, static_cast<std::int32_t>(l_entry.m_items.size()));
-        std::int32_t l_id = l_entry.m_firstId;
+        // Sorted before anything is read of them, so that the items are visited in address order.
+        SavedType l_entry{lp_type, std::vector<Item*>(lp_type->Items().begin(), lp_type->Items().end())};
+        SortByAddress(l_entry.m_items);
+        lp_type->m_saveFirstId = l_nextId;
+        std::size_t l_kept = 0;
         for (Item* lp_item : l_entry.m_items)
         {
-            AppendInt(l_bytes, l_id++);
+            bool const l_written = l_whole || std::any_of(l_connectionTypes.begin(), l_connectionTypes.end(),
+                                                          [lp_item](Type* ip_type) { return lp_item->IsConnected(ip_type); });
+            lp_item->m_saveId = l_written ? l_nextId++ : 0;
+            if (l_written)
+                l_entry.m_items[l_kept++] = lp_item;
+        }
+        l_entry.m_items.resize(l_kept);
+        lp_type->m_saveEndId = l_nextId;
+        l_saved.push_back(std::move(l_entry));
+    }
+
+    FileBytes l_bytes;
+    l_bytes.Int(static_cast<std::int32_t>(l_saved.size()));
+    for (SavedType const& l_entry : l_saved)
+    {
+        l_bytes.Text(l_entry.mp_type->GetName());
+        l_bytes.Byte(l_entry.mp_type->IsNull() ? 1 : 0);
+        l_bytes.Int(static_cast<std::int32_t>(l_entry.m_items.size()));
+        for (Item* lp_item : l_entry.m_items)
+        {
+            l_bytes.Int(lp_item->m_saveId);
             if (!l_entry.mp_type->IsNull())
-                WriteString(l_bytes, lp_item->AsView());
+                l_bytes.Text(lp_item->AsView());
         }
     }
 
-    // Each connection is seen from both ends; the lower id writes it. Walking the ids upwards
-    // and sorting each item's partners gives the pairs in ascending order without a global sort.
-    std::size_t const l_pairCountAt = l_bytes.size();
-    AppendInt(l_bytes, 0);
+    // Each connection is seen from both ends; the lower id writes it. Walking the ids upwards,
+    // with each item's groups in the order of their types' ids, gives the pairs in ascending
+    // order without a sort: the ids of one type do not overlap another's.
+    std::size_t const l_pairCountAt = l_bytes.Size();
+    l_bytes.Int(0);
     std::int32_t l_pairCount = 0;
-    std::vector<std::int32_t> l_partners;
+    std::vector<std::pair<std::int32_t, ItemRange>> l_groups;
     for (SavedType const& l_entry : l_saved)
-        for (std::size_t l_index = 0; l_index < l_entry.m_items.size(); ++l_index)
+        for (Item* lp_item : l_entry.m_items)
         {
-            auto const l_id = static_cast<std::int32_t>(l_entry.m_firstId + l_index);
-            l_partners.clear();
-            for (ConnectionGroup const& l_group : l_entry.m_items[l_index]->ConnectedItems())
-            {
-                auto const l_other = l_byType.find(l_group.GetType());
-                if (l_other == l_byType.end())
-                    continue;
-                std::vector<Item*> const& l_items = l_other->second->m_items;
-                if (l_other->second->m_firstId + static_cast<std::int64_t>(l_items.size()) <= l_id)
-                    continue; // all its ids are lower: those pairs were written already
-                // Both sides are in address order, so each search starts where the last ended.
-                auto l_from = l_items.begin();
-                for (Item* lp_other : l_group.Items())
-                {
-                    l_from = std::lower_bound(l_from, l_items.end(), lp_other);
-                    if (l_from == l_items.end())
-                        break;
-                    auto const l_otherId = static_cast<std::int32_t>(l_other->second->m_firstId + (l_from - l_items.begin()));
-                    if (*l_from == lp_other && l_otherId >= l_id)
-                        l_partners.push_back(l_otherId);
-                }
-            }
-            std::sort(l_partners.begin(), l_partners.end());
-            for (std::int32_t l_partner : l_partners)
-            {
-                AppendInt(l_bytes, l_id);
-                AppendInt(l_bytes, l_partner);
-            }
-            l_pairCount += static_cast<std::int32_t>(l_partners.size());
+            std::int32_t const l_id = lp_item->m_saveId;
+            l_groups.clear();
+            // A type whose ids are all lower wrote these pairs already; one not written has none.
+            for (ConnectionGroup const& l_group : lp_item->ConnectedItems())
+                if (l_group.GetType()->m_saveEndId > l_id)
+                    l_groups.emplace_back(l_group.GetType()->m_saveFirstId, l_group.Items());
+            std::sort(l_groups.begin(), l_groups.end(), [](auto const& i_a, auto const& i_b) { return i_a.first < i_b.first; });
+            for (auto const& l_group : l_groups)
+                for (Item* lp_other : l_group.second)
+                    if (lp_other->m_saveId >= l_id) // zero: not written; lower: written from there
+                    {
+                        l_bytes.Int(l_id);
+                        l_bytes.Int(lp_other->m_saveId);
+                        ++l_pairCount;
+                    }
         }
-    PatchInt(l_bytes, l_pairCountAt, l_pairCount);
-    return l_bytes;
+    l_bytes.PatchInt(l_pairCountAt, l_pairCount);
+    return l_bytes.Take();
 }
 
 bool DataSaver::Save(Data* ip_data, char const* i_fileName)

@@ -255,6 +255,5 @@ void Item::Remove()
 
     m_state = State::Removed;
     mp_type->Forget(this);
-    m_sweepCandidate = false;
     EventDelivery::BuryLater([](void* ip_item) { Destroy(static_cast<Item*>(ip_item)); }, this);
 }

@@ -80,6 +80,7 @@ private:
     friend class Type;
     friend class Data;
     friend class ItemIndex;
+    friend class DataSaver;
 
     static Item* Create(Type* ip_type, std::string_view i_value);
     static void Destroy(Item* ip_item);
@@ -100,7 +101,11 @@ private:
     Type* mp_type;
     ConnectionGroup* mp_groups = nullptr; // sorted by type; its capacity is the power of two at or above the count
     std::uint32_t m_valueSize;
+    // The item's id in the data file being built; read only while a file is built.
+    std::int32_t m_saveId = 0;
     std::uint16_t m_groupCount = 0;
     State m_state = State::Alive;
-    bool m_sweepCandidate = false; // only while a sweep runs: not yet reached from a root
+    // Reached by the current or the last sweep when equal to the graph's sweep epoch; a new
+    // item counts as reached, so that a sweep never removes what was made while it ran.
+    bool m_sweepMark = false;
 };

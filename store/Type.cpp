@@ -35,6 +35,7 @@ RelationInfo const& Type::GetRelation(Type* ip_other) const
 Item* Type::CreateItem(std::string_view i_value)
 {
     Item* lp_item = Item::Create(this, i_value);
+    lp_item->m_sweepMark = mp_data->m_sweepEpoch;
     m_items.Insert(lp_item);
     ++m_changes;
     // A listener may remove the new item at once; then the rest hear nothing and get null.

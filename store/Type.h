@@ -60,6 +60,7 @@ public:
 private:
     friend class Data;
     friend class Item;
+    friend class DataSaver;
     Type(Data* ip_data, std::string i_name, bool i_isRoot, bool i_isNull, bool i_autoCreate);
     Item* CreateItem(std::string_view i_value);
     void Forget(Item* ip_item);
@@ -73,4 +74,8 @@ private:
     ItemIndex m_items;
     std::uint64_t m_changes = 0;
     bool m_sweepVisited = false; // on the current path of a sweep's mark walk
+    // The ids its items have in the data file being built, first and past the last; both zero
+    // when none of them is written. Read only while a file is built.
+    std::int32_t m_saveFirstId = 0;
+    std::int32_t m_saveEndId = 0;
 };

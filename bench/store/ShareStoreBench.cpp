@@ -105,7 +105,7 @@ void BuildShare(Data& io_data, int i_files)
             lp_currentFolder = lp_folder->GetItem("/home/user/Music/Artist " + std::to_string(l_folder / 10) +
                                                   "/Album " + std::to_string(l_folder));
             lp_root->Connect(lp_currentFolder);
-            // The words of the folder's path: "mp3", artist and album, shared by its files.
+            // The words of the folder's path and the extension, shared by its files.
             l_folderWords = {lp_token->GetItem("mp3"), lp_token->GetItem("music"),
                              lp_token->GetItem("artist" + std::to_string(l_folder / 10)),
                              lp_token->GetItem("album" + std::to_string(l_folder))};
@@ -122,7 +122,7 @@ void BuildShare(Data& io_data, int i_files)
         for (Item* lp_word : l_folderWords)
             lp_item->Connect(lp_word);
         lp_item->Connect(lp_token->GetItem("track"));
-        lp_item->Connect(lp_token->GetItem(std::to_string(l_index)));
+        lp_item->Connect(lp_token->GetItem(std::to_string(1 + l_index % s_filesPerFolder)));
         // The title's words; a word drawn twice is one token, as the index has it.
         while (lp_item->ConnectedOfType(lp_token).size() < s_tokensPerFile)
             lp_item->Connect(lp_token->GetItem(std::to_string(s_vocabulary.Draw(l_random)).insert(0, 1, 'w')));

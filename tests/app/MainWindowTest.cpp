@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+#include <string>
+
 #include <QAction>
 #include <QCheckBox>
 #include <QFile>
@@ -14,6 +18,8 @@
 #include "shell/ActionSetToolBar.h"
 #include "shell/MainWindow.h"
 #include "shell/TimerManager.h"
+#include "store/Data.h"
+#include "store/DataSaver.h"
 #include "store/Settings.h"
 #include "ui_MainWindow.h"
 
@@ -68,9 +74,44 @@ TEST(MainWindow, FiveMinuteSaveWritesTheDataFile)
     QFile::remove(l_file);
     SetGlobal("download_folder", "/tmp/somewhere");
     lp_window->EveryFiveMinutes();
+    EXPECT_TRUE(dataSaver->WaitForBackgroundSave());
     QFile l_saved(l_file);
     ASSERT_TRUE(l_saved.open(QIODevice::ReadOnly));
     EXPECT_TRUE(l_saved.readAll().contains("/tmp/somewhere"));
+    // Nothing saved has changed since: the next period writes nothing.
+    QFile::remove(l_file);
+    lp_window->EveryFiveMinutes();
+    dataSaver->WaitForBackgroundSave();
+    EXPECT_FALSE(QFile::exists(l_file));
+}
+
+TEST(MainWindow, ADamagedDataFileIsKeptAsItWasAndTheUserIsTold)
+{
+    std::string const l_file = AppEnvironment::PrepareHome().toStdString() + "/.Tidewick";
+    std::string l_bytes;
+    {
+        Data l_data;
+        DataSaver l_saver;
+        l_saver.m_savedTypes.insert("global");
+        l_saver.AddSavedByConnectionType("global_value", "global");
+        Type* lp_value = l_data.NewType("global_value", false, false, true);
+        l_data.NewType("global", true, false, true)->RelateToType(lp_value, Many, One, false);
+        (*l_data.GetType("global"))["use_upnp"] += (*lp_value)["no"];
+        (*l_data.GetType("global"))["download_folder"] += (*lp_value)["/tmp/kept"];
+        l_bytes = l_saver.BuildFile(&l_data);
+    }
+    l_bytes.resize(l_bytes.size() - 6); // cut inside the last connection
+    {
+        std::ofstream l_out(l_file, std::ios::binary);
+        l_out << l_bytes;
+    }
+
+    AppEnvironment::Window();
+    EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Damaged Data File")), 1);
+    std::string const l_copy = dataSaver->DamagedCopy();
+    ASSERT_EQ(l_copy.rfind(l_file + ".damaged-", 0), 0u) << l_copy;
+    std::ifstream l_in(l_copy, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(l_in), {}), l_bytes);
 }
 
 TEST(MainWindow, ConnectionMenuFollowsTheServerAndOnlyAWrongPasswordIsShown)

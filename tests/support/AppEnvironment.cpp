@@ -11,13 +11,22 @@ MainWindow* AppEnvironment::Window()
 {
     if (!mainWindow)
     {
-        s_home = std::make_unique<QTemporaryDir>();
-        qputenv("HOME", s_home->path().toLocal8Bit());
+        PrepareHome();
         // Deliberately never destroyed during the run: the process ends after the tests.
         (new MainWindow)->show();
         QApplication::processEvents();
     }
     return mainWindow;
+}
+
+QString AppEnvironment::PrepareHome()
+{
+    if (!s_home)
+    {
+        s_home = std::make_unique<QTemporaryDir>();
+        qputenv("HOME", s_home->path().toLocal8Bit());
+    }
+    return s_home->path();
 }
 
 QString AppEnvironment::Home()

@@ -12,6 +12,8 @@ class AppEnvironment
 public:
     static MainWindow* Window();
     static QString Home();
+    // The home folder before the window exists, for a test that seeds it.
+    static QString PrepareHome();
 
 private:
     static std::unique_ptr<QTemporaryDir> s_home;

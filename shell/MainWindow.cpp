@@ -83,16 +83,17 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     connect(mp_server, &Server::ConnectionFailed, this, &MainWindow::OnConnectionFailed);
 
     dataSaver->Load(&d, DataFileName().c_str());
-    if (!dataSaver->DamagedCopy().empty())
-        ShowInformationBox(this, tr("Damaged Data File"),
-                           tr("The data file was damaged. It is kept as it was in %1, and Tidewick started with what "
-                              "could be read from it.")
-                               .arg(QString::fromStdString(dataSaver->DamagedCopy())));
 
     if (GetGlobalValue("username").IsNull())
         ShowNoUsernameBox();
     else
         mp_server->Connect();
+    // Shown last, so that it stands above the other boxes: it tells why settings may be gone.
+    if (!dataSaver->DamagedCopy().empty())
+        ShowInformationBox(this, tr("Damaged Data File"),
+                           tr("The data file was damaged. It is kept as it was in %1, and Tidewick started with what "
+                              "could be read from it.")
+                               .arg(QString::fromStdString(dataSaver->DamagedCopy())));
 
     // Filling the check box goes through its toggled signal like a click, so the port
     // forwarder starts here when UPnP is on.

@@ -63,6 +63,7 @@ void SortByAddress(std::vector<Item*>& io_items)
 class FileBytes
 {
 public:
+    explicit FileBytes(std::size_t i_expected) { m_bytes.resize(i_expected); }
     void Int(std::int32_t i_value)
     {
         auto const l_bits = static_cast<std::uint32_t>(i_value);
@@ -355,7 +356,10 @@ std::string DataSaver::BuildFile(Data* ip_data) const
                 if (Type* lp_connectionType = ip_data->FindType(l_connectionName))
                     l_connectionTypes.push_back(lp_connectionType);
         // Sorted before anything is read of them, so that the items are visited in address order.
-        SavedType l_entry{lp_type, std::vector<Item*>(lp_type->Items().begin(), lp_type->Items().end())};
+        SavedType l_entry{lp_type, {}};
+        l_entry.m_items.reserve(lp_type->ItemCount());
+        for (Item* lp_item : lp_type->Items())
+            l_entry.m_items.push_back(lp_item);
         SortByAddress(l_entry.m_items);
         lp_type->m_saveFirstId = l_nextId;
         std::size_t l_kept = 0;
@@ -372,7 +376,8 @@ std::string DataSaver::BuildFile(Data* ip_data) const
         l_saved.push_back(std::move(l_entry));
     }
 
-    FileBytes l_bytes;
+    // Room for the items and about as many pairs, so that the buffer seldom has to move.
+    FileBytes l_bytes(static_cast<std::size_t>(l_nextId) * 40);
     l_bytes.Int(static_cast<std::int32_t>(l_saved.size()));
     for (SavedType const& l_entry : l_saved)
     {

@@ -143,12 +143,9 @@ TEST(MainWindow, ControlsWhoseWorkHasNotLandedAreDisabledWithTheReason)
     QStringList l_enabled, l_disabled;
     for (QAction* lp_action : actionBar->actions())
     {
+        (lp_action->isEnabled() ? l_enabled : l_disabled) << lp_action->text();
         if (lp_action->isEnabled())
-        {
-            l_enabled << lp_action->text();
             continue;
-        }
-        l_disabled << lp_action->text();
         EXPECT_EQ(lp_action->toolTip(), u"Coming with shared folders"_s);
         lp_action->trigger();
     }

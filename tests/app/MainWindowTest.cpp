@@ -53,18 +53,11 @@ TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHint)
 
     // No user name in a new home: the hint is shown, and nothing connects by itself.
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("No Username")), 1);
-}
 
-TEST(MainWindow, TimersRunAtTheirIntervals)
-{
-    AppEnvironment::Window();
     ASSERT_NE(timerManager, nullptr);
-    EXPECT_EQ(timerManager->HalfMinuteTimer()->interval(), 30000);
-    EXPECT_EQ(timerManager->FiveMinuteTimer()->interval(), 300000);
-    EXPECT_EQ(timerManager->HourTimer()->interval(), 3600000);
-    EXPECT_TRUE(timerManager->HalfMinuteTimer()->isActive());
-    EXPECT_TRUE(timerManager->FiveMinuteTimer()->isActive());
-    EXPECT_TRUE(timerManager->HourTimer()->isActive());
+    for (auto [lp_timer, l_interval] :
+         {std::pair{timerManager->HalfMinuteTimer(), 30000}, {timerManager->FiveMinuteTimer(), 300000}, {timerManager->HourTimer(), 3600000}})
+        EXPECT_TRUE(lp_timer->isActive() && lp_timer->interval() == l_interval) << l_interval;
 }
 
 TEST(MainWindow, FiveMinuteSaveWritesTheDataFile)
@@ -118,15 +111,12 @@ TEST(MainWindow, ConnectionMenuFollowsTheServerAndOnlyAWrongPasswordIsShown)
 {
     Ui::MainWindow* lp_ui = AppEnvironment::Window()->Widgets();
     CloseInformationBoxes(QString());
-    emit gp_server->Connecting();
-    EXPECT_FALSE(lp_ui->actionConnect->isEnabled());
-    EXPECT_FALSE(lp_ui->actionDisconnect->isEnabled());
-    emit gp_server->Connected();
-    EXPECT_FALSE(lp_ui->actionConnect->isEnabled());
-    EXPECT_TRUE(lp_ui->actionDisconnect->isEnabled());
-    emit gp_server->Disconnected();
-    EXPECT_TRUE(lp_ui->actionConnect->isEnabled());
-    EXPECT_FALSE(lp_ui->actionDisconnect->isEnabled());
+    for (auto [lp_signal, l_connect, l_disconnect] :
+         {std::tuple{&Server::Connecting, false, false}, {&Server::Connected, false, true}, {&Server::Disconnected, true, false}})
+    {
+        emit(gp_server->*lp_signal)();
+        EXPECT_EQ(std::pair(lp_ui->actionConnect->isEnabled(), lp_ui->actionDisconnect->isEnabled()), std::pair(l_connect, l_disconnect));
+    }
 
     emit gp_server->ConnectionFailed("socket error");
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 0);
@@ -153,12 +143,9 @@ TEST(MainWindow, ControlsWhoseWorkHasNotLandedAreDisabledWithTheReason)
     QStringList l_enabled, l_disabled;
     for (QAction* lp_action : actionBar->actions())
     {
+        (lp_action->isEnabled() ? l_enabled : l_disabled) << lp_action->text();
         if (lp_action->isEnabled())
-        {
-            l_enabled << lp_action->text();
             continue;
-        }
-        l_disabled << lp_action->text();
         EXPECT_EQ(lp_action->toolTip(), u"Coming with shared folders"_s);
         lp_action->trigger();
     }

@@ -66,17 +66,7 @@ protected:
     QString LogLine(QString const& i_text, int i_timeoutMs = 3000)
     {
         QString l_found;
-        WaitFor([&] {
-            for (QString const& l_line : std::as_const(m_log.m_lines))
-            {
-                if (l_line.contains(i_text))
-                {
-                    l_found = l_line;
-                    return true;
-                }
-            }
-            return false;
-        }, i_timeoutMs);
+        WaitFor([&] { return !(l_found = m_log.m_lines.filter(i_text).value(0)).isEmpty(); }, i_timeoutMs);
         return l_found;
     }
 

@@ -40,23 +40,17 @@ QStringList MenuShownBy(std::function<void()> const& i_request)
     return l_texts;
 }
 
-QStringList MenuFor(char const* i_user)
+// The texts of the user's menu; the entry of text i_choice, if any, is then triggered.
+QStringList MenuFor(char const* i_user, QString const& i_choice = QString())
 {
     QMenu l_menu;
     UserMenuOptions l_options(&l_menu, i_user);
     QStringList l_texts;
     for (QAction* lp_action : l_menu.actions())
         l_texts << lp_action->text();
+    if (QAction* lp_chosen = l_menu.actions().value(l_texts.indexOf(i_choice)))
+        lp_chosen->trigger();
     return l_texts;
-}
-
-void TriggerMenuEntry(char const* i_user, QString const& i_text)
-{
-    QMenu l_menu;
-    UserMenuOptions l_options(&l_menu, i_user);
-    for (QAction* lp_action : l_menu.actions())
-        if (lp_action->text() == i_text)
-            lp_action->trigger();
 }
 } // namespace
 
@@ -122,17 +116,15 @@ TEST_F(FormsTest, ListedUsersAreTrackedOnceOnTheWireAndTheirStatusShows)
 TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
 {
     User("eve");
-    EXPECT_EQ(MenuFor("eve"), QStringList{QStringLiteral("Add user to list")});
-
-    TriggerMenuEntry("eve", QStringLiteral("Add user to list"));
+    EXPECT_EQ(MenuFor("eve", QStringLiteral("Add user to list")), QStringList{QStringLiteral("Add user to list")});
     EXPECT_TRUE(Row(mp_form->UserList(), "eve"));
     QList<UserGroupsDialog*> const l_groups = OpenDialogs<UserGroupsDialog>();
     ASSERT_EQ(l_groups.size(), 1);
     EXPECT_EQ(l_groups.front()->windowTitle(), QStringLiteral("User Groups for [eve]"));
     EXPECT_EQ(l_groups.front()->parentWidget(), mp_window);
 
-    EXPECT_EQ(MenuFor("eve"), (QStringList{QStringLiteral("Set user's groups"), QStringLiteral("Remove user from list")}));
-    TriggerMenuEntry("eve", QStringLiteral("Remove user from list"));
+    EXPECT_EQ(MenuFor("eve", QStringLiteral("Remove user from list")),
+              (QStringList{QStringLiteral("Set user's groups"), QStringLiteral("Remove user from list")}));
     EXPECT_FALSE(Row(mp_form->UserList(), "eve"));
     EXPECT_FALSE(Has(User("eve"), "in_user_list"));
 

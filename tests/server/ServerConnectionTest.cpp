@@ -1,5 +1,4 @@
 #include <QCryptographicHash>
-#include <QTcpServer>
 
 #include <functional>
 
@@ -14,31 +13,6 @@ QByteArray Login(QByteArray const& i_name, QByteArray const& i_password)
 }
 
 void Pause() { WaitFor([] { return false; }, 100); }
-
-// A central server that answers the login and then reads no more, so that what the client sends
-// fills the socket buffers of both ends and then waits unsent at the client.
-class StalledCentral
-{
-public:
-    StalledCentral() { m_listener.listen(QHostAddress::LocalHost, 0); }
-    quint16 Port() const { return m_listener.serverPort(); }
-    // Takes the next connection; true when it began with a login and was answered.
-    bool AnswerLoginAndStall()
-    {
-        if (!WaitFor([this] { return m_listener.hasPendingConnections(); }))
-            return false;
-        mp_link.reset(m_listener.nextPendingConnection());
-        if (!WaitFor([this] { return mp_link->bytesAvailable() >= 8; }) || mp_link->read(8).mid(4) != Body(1).Bytes())
-            return false;
-        mp_link->setReadBufferSize(1);
-        mp_link->write(Body(1).U8(1).Str("").U32(0).Str("").Frame());
-        return true;
-    }
-
-private:
-    QTcpServer m_listener;
-    std::unique_ptr<QTcpSocket> mp_link;
-};
 
 class ConnectionTest : public ServerTest
 {
@@ -193,11 +167,8 @@ TEST_F(ConnectionTest, PrivateMessagesHeldForTheClientAreAcknowledgedAtLogin)
 // timer brings it back. Against a server that stops reading, that bound is all that holds.
 TEST_F(ConnectionTest, MoreThanTheBoundWaitingUnsentDropsTheLinkAndTheTimerReconnects)
 {
-    StalledCentral l_central;
-    mp_server->SetAddress(QStringLiteral("127.0.0.1"), l_central.Port());
-    mp_server->Connect();
-    ASSERT_TRUE(l_central.AnswerLoginAndStall());
-    ASSERT_TRUE(WaitFor([this] { return mp_server->IsConnected(); }));
+    LogIn();
+    mp_central->StopReading();
     // A private message of this text makes a frame of exactly 1 MiB. Sent without a turn of the
     // event loop, none of it leaves the client, so what waits is counted to the byte.
     std::string const l_text(1024 * 1024 - 19, 'x');
@@ -211,7 +182,8 @@ TEST_F(ConnectionTest, MoreThanTheBoundWaitingUnsentDropsTheLinkAndTheTimerRecon
     EXPECT_EQ(m_failed.count(), 0);
 
     mp_server->AttemptReconnect();
-    ASSERT_TRUE(l_central.AnswerLoginAndStall());
+    AnswerLogin();
+    mp_central->StopReading();
     ASSERT_TRUE(WaitFor([this] { return mp_server->IsConnected(); }));
     // Sent with turns of the event loop, the socket buffers take some first, then the bound holds.
     int l_sent = 0;

@@ -16,12 +16,6 @@ Body& Body::Strs(QList<QByteArray> const& i_values)
     return *this;
 }
 
-Body& Body::Raw(QByteArray const& i_bytes)
-{
-    m_bytes.append(i_bytes);
-    return *this;
-}
-
 quint32 Fields::U32()
 {
     if (!Has(4))
@@ -92,9 +86,7 @@ QByteArray RawClient::TakeBody(quint32 i_code, int i_timeoutMs)
 std::optional<Fields> RawClient::Take(quint32 i_code, int i_timeoutMs)
 {
     QByteArray const l_body = TakeBody(i_code, i_timeoutMs);
-    if (l_body.isEmpty())
-        return std::nullopt;
-    return Fields(l_body.mid(4));
+    return l_body.isEmpty() ? std::nullopt : std::optional<Fields>(Fields(l_body.mid(4)));
 }
 
 bool RawClient::WaitClosed(int i_timeoutMs)

@@ -21,7 +21,7 @@ public:
     // Speed, a 64-bit upload count, files and folders: the zeros show a field read from the
     // wrong place.
     Body& Stats(quint32 i_speed, quint32 i_files = 0) { return U32(i_speed).U32(0).U32(0).U32(i_files).U32(0); }
-    Body& Raw(QByteArray const& i_bytes);
+    Body& Raw(QByteArray const& i_bytes) { m_bytes.append(i_bytes); return *this; }
     QByteArray const& Bytes() const { return m_bytes; }
     QByteArray Frame() const { return Body(static_cast<quint32>(m_bytes.size())).m_bytes + m_bytes; }
 
@@ -55,6 +55,8 @@ public:
     explicit RawClient(QTcpSocket* ip_accepted); // takes ownership
 
     void Send(Body const& i_body) { SendRaw(i_body.Frame()); }
+    // Sends the body and takes the first received body of the same code.
+    QByteArray Ask(Body const& i_body) { Send(i_body); return TakeBody(Fields(i_body.Bytes()).U32()); }
     void SendRaw(QByteArray const& i_bytes);
     static Body LoginBody(QByteArray const& i_name, QByteArray const& i_password);
     // Sends the login and waits for the answer; the success byte, or nothing on time-out.
@@ -68,6 +70,8 @@ public:
     // Waits for the answer to a room list request, so that all sent before is served.
     void Sync() { Send(Body(64)); TakeBody(64); }
     void Close() { mp_socket->disconnectFromHost(); }
+    // From now on leaves what arrives unread, so that it fills the buffers of both ends.
+    void StopReading() { QObject::disconnect(mp_socket.get(), &QTcpSocket::readyRead, nullptr, nullptr); mp_socket->setReadBufferSize(1); }
     bool WaitClosed(int i_timeoutMs = 3000);
     bool IsOpen() const { return mp_socket->state() == QAbstractSocket::ConnectedState; }
 

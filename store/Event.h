@@ -24,7 +24,6 @@ public:
     }
 
     void Add(Handler* ip_handler) { m_handlers.insert(ip_handler); }
-    bool IsEmpty() const { return m_handlers.empty(); }
     std::size_t Size() const { return m_handlers.size(); }
 
     void Notify(Arg& i_arg)

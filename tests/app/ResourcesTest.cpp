@@ -1,0 +1,17 @@
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QImage>
+
+// Every flag a room may show is in the resources, by code, as a 16 x 11 image: the codes of the
+// system's set, the European flag under "eu", and the one drawn for "je".
+TEST(Resources, EveryFlagLoadsAtItsSize)
+{
+    QStringList const l_flags = QDir(QStringLiteral(":/resources/flags")).entryList();
+    EXPECT_EQ(l_flags.size(), 248);
+    for (char const* l_code : {"eu", "je", "us", "catalonia", "fam"})
+        EXPECT_TRUE(l_flags.contains(QString::fromLatin1(l_code) + QStringLiteral(".png"))) << l_code;
+    for (QString const& l_flag : l_flags)
+        EXPECT_EQ(QImage(QStringLiteral(":/resources/flags/") + l_flag).size(), QSize(16, 11)) << l_flag.toStdString();
+    EXPECT_TRUE(QImage(QStringLiteral(":/resources/flags/zz.png")).isNull());
+}

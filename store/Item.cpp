@@ -60,15 +60,30 @@ void Item::Destroy(Item* ip_item)
 
 Item::~Item()
 {
+    ConnectionGroup* lp_groups = GroupArray();
     for (std::uint16_t l_index = 0; l_index < m_groupCount; ++l_index)
-        mp_groups[l_index].Release();
-    std::free(mp_groups);
+        lp_groups[l_index].Release();
+    if (m_groupCount > 1)
+        std::free(lp_groups);
 }
+
+ConnectionGroup* Item::GroupArray() const
+{
+    auto* lp_storage = const_cast<unsigned char*>(m_groups);
+    if (m_groupCount <= 1)
+        return std::launder(reinterpret_cast<ConnectionGroup*>(lp_storage));
+    ConnectionGroup* lp_groups = nullptr;
+    std::memcpy(&lp_groups, lp_storage, sizeof lp_groups);
+    return lp_groups;
+}
+
+void Item::SetGroupArray(ConnectionGroup* ip_groups) { std::memcpy(m_groups, &ip_groups, sizeof ip_groups); }
 
 ConnectionGroup* Item::FindGroup(Type* ip_type) const
 {
-    ConnectionGroup* lp_end = mp_groups + m_groupCount;
-    ConnectionGroup* lp_group = std::lower_bound(mp_groups, lp_end, ip_type, [](ConnectionGroup const& i_group, Type* ip_key) {
+    ConnectionGroup* lp_begin = GroupArray();
+    ConnectionGroup* lp_end = lp_begin + m_groupCount;
+    ConnectionGroup* lp_group = std::lower_bound(lp_begin, lp_end, ip_type, [](ConnectionGroup const& i_group, Type* ip_key) {
         return std::less<Type*>()(i_group.GetType(), ip_key);
     });
     return lp_group != lp_end && lp_group->GetType() == ip_type ? lp_group : nullptr;
@@ -103,23 +118,41 @@ void Item::ConnectThisEnd(Item* ip_other, OneOrMany i_howMany)
         lp_group->Insert(ip_other);
         return;
     }
-    // A new group, in type order. The array grows to the next power of two when full.
+    // A new group, in type order: the first is held in the item, then an array grows to the
+    // next power of two whenever it is full.
     TW_REQUIRE(m_groupCount < std::numeric_limits<std::uint16_t>::max(), "Connect: too many connected types",
                mp_type->Name());
-    if (std::has_single_bit(m_groupCount) || m_groupCount == 0)
+    ConnectionGroup const l_new(lp_otherType, ip_other);
+    if (m_groupCount == 0)
     {
-        void* lp_grown = std::realloc(mp_groups, sizeof(ConnectionGroup) * (m_groupCount ? m_groupCount * 2u : 1u));
+        new (m_groups) ConnectionGroup(l_new);
+        m_groupCount = 1;
+        return;
+    }
+    ConnectionGroup* lp_groups = GroupArray();
+    if (m_groupCount == 1)
+    {
+        auto* lp_array = static_cast<ConnectionGroup*>(std::malloc(2 * sizeof(ConnectionGroup)));
+        if (!lp_array)
+            throw std::bad_alloc();
+        std::memcpy(static_cast<void*>(lp_array), lp_groups, sizeof(ConnectionGroup));
+        lp_groups = lp_array;
+    }
+    else if (std::has_single_bit(m_groupCount))
+    {
+        void* lp_grown = std::realloc(lp_groups, sizeof(ConnectionGroup) * m_groupCount * 2u);
         if (!lp_grown)
             throw std::bad_alloc();
-        mp_groups = static_cast<ConnectionGroup*>(lp_grown);
+        lp_groups = static_cast<ConnectionGroup*>(lp_grown);
     }
-    ConnectionGroup* lp_end = mp_groups + m_groupCount;
-    ConnectionGroup* lp_at = std::lower_bound(mp_groups, lp_end, lp_otherType, [](ConnectionGroup const& i_group, Type* ip_key) {
+    ConnectionGroup* lp_end = lp_groups + m_groupCount;
+    ConnectionGroup* lp_at = std::lower_bound(lp_groups, lp_end, lp_otherType, [](ConnectionGroup const& i_group, Type* ip_key) {
         return std::less<Type*>()(i_group.GetType(), ip_key);
     });
     std::memmove(static_cast<void*>(lp_at + 1), lp_at, static_cast<std::size_t>(lp_end - lp_at) * sizeof(ConnectionGroup));
-    new (lp_at) ConnectionGroup(lp_otherType, ip_other);
+    std::memcpy(static_cast<void*>(lp_at), &l_new, sizeof(ConnectionGroup));
     ++m_groupCount;
+    SetGroupArray(lp_groups);
 }
 
 void Item::DisconnectThisEnd(Item* ip_other)
@@ -130,17 +163,25 @@ void Item::DisconnectThisEnd(Item* ip_other)
     ++mp_type->m_changes;
     if (!lp_group->IsEmpty())
         return;
-    ConnectionGroup* lp_end = mp_groups + m_groupCount;
+    if (m_groupCount == 1)
+    {
+        m_groupCount = 0;
+        return;
+    }
+    ConnectionGroup* lp_groups = GroupArray();
+    ConnectionGroup* lp_end = lp_groups + m_groupCount;
     std::memmove(static_cast<void*>(lp_group), lp_group + 1, static_cast<std::size_t>(lp_end - lp_group - 1) * sizeof(ConnectionGroup));
     --m_groupCount;
-    if (m_groupCount == 0)
+    if (m_groupCount == 1)
     {
-        std::free(mp_groups);
-        mp_groups = nullptr;
+        // The one group left goes back into the item.
+        ConnectionGroup const l_last = lp_groups[0];
+        std::free(lp_groups);
+        new (m_groups) ConnectionGroup(l_last);
     }
     else if (std::has_single_bit(m_groupCount))
-        if (void* lp_shrunk = std::realloc(mp_groups, sizeof(ConnectionGroup) * m_groupCount))
-            mp_groups = static_cast<ConnectionGroup*>(lp_shrunk);
+        if (void* lp_shrunk = std::realloc(lp_groups, sizeof(ConnectionGroup) * m_groupCount))
+            SetGroupArray(static_cast<ConnectionGroup*>(lp_shrunk));
 }
 
 void Item::Disconnect(Item* ip_other)

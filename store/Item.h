@@ -45,7 +45,7 @@ public:
     bool IsConnected(Type* ip_type) const { return FindGroup(ip_type) != nullptr; }
     bool IsDisconnectedFromAll() const { return m_groupCount == 0; }
     void GetConnectedItems(std::map<Type*, ItemSet>& o_items) const;
-    Groups ConnectedItems() const { return Groups(mp_groups, m_groupCount); }
+    Groups ConnectedItems() const { return Groups(GroupArray(), m_groupCount); }
     // The connected items of one type, in address order; empty when there are none. The range
     // is valid until this item's connections change.
     ItemRange ConnectedOfType(Type* ip_type) const;
@@ -88,6 +88,8 @@ private:
     ~Item();
 
     ConnectionGroup* FindGroup(Type* ip_type) const;
+    ConnectionGroup* GroupArray() const;
+    void SetGroupArray(ConnectionGroup* ip_groups);
     void ConnectThisEnd(Item* ip_other, OneOrMany i_howMany);
     void DisconnectThisEnd(Item* ip_other);
 
@@ -99,7 +101,10 @@ private:
     };
 
     Type* mp_type;
-    ConnectionGroup* mp_groups = nullptr; // sorted by type; its capacity is the power of two at or above the count
+    // Most items are connected to one type only (a name, a size, a word held by one file): the
+    // one group is held here. From two on, this holds the address of an array of groups sorted
+    // by type, whose capacity is the power of two at or above the count.
+    alignas(ConnectionGroup) unsigned char m_groups[sizeof(ConnectionGroup)];
     std::uint32_t m_valueSize;
     // The item's id in the data file being built; read only while a file is built.
     std::int32_t m_saveId = 0;

@@ -14,14 +14,15 @@ bool ParseNumber(QString const& i_text, quint32 i_max, quint32& o_value)
     return true;
 }
 
-// "ROOM=NAME", split at the last '=' so that a room name may hold one.
-bool SplitRoomAndName(QString const& i_text, QByteArray& o_room, QByteArray& o_name)
+// "KEY=VALUE" with neither empty, split at the last '=' so that a room or user name may
+// hold one.
+bool SplitPair(QString const& i_text, QByteArray& o_key, QByteArray& o_value)
 {
     qsizetype l_at = i_text.lastIndexOf(QLatin1Char('='));
     if (l_at <= 0 || l_at == i_text.size() - 1)
         return false;
-    o_room = i_text.left(l_at).toUtf8();
-    o_name = i_text.mid(l_at + 1).toUtf8();
+    o_key = i_text.left(l_at).toUtf8();
+    o_value = i_text.mid(l_at + 1).toUtf8();
     return true;
 }
 }
@@ -60,8 +61,14 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
         QStringLiteral("Owner of a room; may be repeated."), QStringLiteral("ROOM=NAME"));
     QCommandLineOption l_operator(QStringLiteral("room-operator"),
         QStringLiteral("Operator of a room; may be repeated."), QStringLiteral("ROOM=NAME"));
+    QCommandLineOption l_country(QStringLiteral("country"),
+        QStringLiteral("Country code shown for a user, such as DE; may be repeated."),
+        QStringLiteral("NAME=CODE"));
+    QCommandLineOption l_sharedFiles(QStringLiteral("shared-files"),
+        QStringLiteral("Number of shared files shown for a user (default 0); may be repeated."),
+        QStringLiteral("NAME=N"));
     l_parser.addOptions({l_port, l_listen, l_accounts, l_maxAccounts, l_wishList, l_privileged, l_minSpeed,
-        l_ratio, l_owner, l_operator});
+        l_ratio, l_owner, l_operator, l_country, l_sharedFiles});
     l_parser.process(i_arguments);
 
     if (!l_parser.positionalArguments().isEmpty())
@@ -120,7 +127,7 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
     QByteArray l_name;
     for (QString const& l_value : l_parser.values(l_owner))
     {
-        if (!SplitRoomAndName(l_value, l_room, l_name))
+        if (!SplitPair(l_value, l_room, l_name))
         {
             o_error = QStringLiteral("--room-owner wants ROOM=NAME");
             return false;
@@ -129,12 +136,32 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
     }
     for (QString const& l_value : l_parser.values(l_operator))
     {
-        if (!SplitRoomAndName(l_value, l_room, l_name))
+        if (!SplitPair(l_value, l_room, l_name))
         {
             o_error = QStringLiteral("--room-operator wants ROOM=NAME");
             return false;
         }
         m_roomOperators[l_room].insert(l_name);
+    }
+    QByteArray l_value;
+    for (QString const& l_pair : l_parser.values(l_country))
+    {
+        if (!SplitPair(l_pair, l_name, l_value))
+        {
+            o_error = QStringLiteral("--country wants NAME=CODE");
+            return false;
+        }
+        m_countries.insert(l_name, l_value);
+    }
+    for (QString const& l_pair : l_parser.values(l_sharedFiles))
+    {
+        if (!SplitPair(l_pair, l_name, l_value)
+            || !ParseNumber(QString::fromUtf8(l_value), 0xffffffffu, l_number))
+        {
+            o_error = QStringLiteral("--shared-files wants NAME=N, N a number from 0 to 4294967295");
+            return false;
+        }
+        m_sharedFiles.insert(l_name, l_number);
     }
     return true;
 }

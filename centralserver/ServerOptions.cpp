@@ -40,7 +40,8 @@ bool ReadPairs(QCommandLineParser const& i_parser, QCommandLineOption const& i_o
     {
         if (!SplitPair(l_pair, l_key, l_value) || !i_take(l_key, l_value))
         {
-            o_error = QStringLiteral("--%1 wants %2%3").arg(i_option.names().constFirst(), i_option.valueName(), i_detail);
+            o_error = QStringLiteral("--%1 wants %2%3")
+                          .arg(i_option.names().constFirst(), i_option.valueName(), i_detail);
             return false;
         }
     }

@@ -17,7 +17,7 @@ CentralServer::CentralServer(ServerOptions const& i_options, QObject* ip_parent)
     , m_options(i_options)
     , m_accounts(i_options.m_accountsFile, i_options.m_maxAccounts)
     , m_users(m_sessions, m_accounts, m_options)
-    , m_rooms(m_sessions, m_accounts, m_options)
+    , m_rooms(m_sessions, m_users, m_options)
     , m_messages(m_sessions, m_accounts)
     , m_tree(m_sessions)
 {
@@ -145,6 +145,8 @@ bool CentralServer::HandleLogin(ClientConnection& i_client, WireReader& i_reader
     i_client.Send(WireWriter(83).U32(m_options.m_parentMinSpeed).Frame());
     i_client.Send(WireWriter(84).U32(m_options.m_parentSpeedRatio).Frame());
     i_client.Send(WireWriter(104).U32(m_options.m_wishListPeriod).Frame());
+    // Unasked, so that the client's list of rooms fills at login.
+    m_rooms.SendList(i_client);
     // A name that moves to a new session stays online all along.
     if (!lp_older)
         m_users.NotifyTrackers(l_name, true);

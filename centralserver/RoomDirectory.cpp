@@ -1,13 +1,13 @@
 #include "RoomDirectory.h"
 
-#include "AccountBook.h"
 #include "ClientConnection.h"
 #include "ServerLog.h"
-
-#include <QStringList>
 #include "ServerOptions.h"
 #include "SessionRegistry.h"
+#include "UserDirectory.h"
 #include "WireWriter.h"
+
+#include <QStringList>
 
 #include <algorithm>
 
@@ -16,10 +16,10 @@ namespace
 constexpr quint32 c_statusOnline = 2;
 }
 
-RoomDirectory::RoomDirectory(SessionRegistry const& i_sessions, AccountBook const& i_accounts,
+RoomDirectory::RoomDirectory(SessionRegistry const& i_sessions, UserDirectory const& i_users,
     ServerOptions const& i_options)
     : m_sessions(i_sessions)
-    , m_accounts(i_accounts)
+    , m_users(i_users)
     , m_options(i_options)
 {
 }
@@ -39,14 +39,9 @@ void RoomDirectory::Enter(ClientConnection& i_client, QByteArray const& i_room)
     bool l_isNew = !l_members.contains(l_user);
     if (l_isNew)
     {
-        QByteArray l_joined = WireWriter(16)
-                                  .String(i_room)
-                                  .String(l_user)
-                                  .U32(c_statusOnline)
-                                  .UserStats(m_accounts.UploadSpeed(l_user), 0)
-                                  .U32(0)
-                                  .String({})
-                                  .Frame();
+        WireWriter l_joinedFrame(16);
+        m_users.AppendStats(l_joinedFrame.String(i_room).String(l_user).U32(c_statusOnline), l_user);
+        QByteArray l_joined = l_joinedFrame.U32(0).String(m_users.Country(l_user)).Frame();
         for (QByteArray const& l_member : l_members)
             m_sessions.Send(l_member, l_joined);
         l_members.append(l_user);
@@ -58,10 +53,14 @@ void RoomDirectory::Enter(ClientConnection& i_client, QByteArray const& i_room)
     l_answer.String(i_room).StringList(l_members);
     l_answer.U32List(QList<quint32>(l_members.size(), c_statusOnline));
     l_answer.U32(static_cast<quint32>(l_members.size()));
+    QList<QByteArray> l_countries;
     for (QByteArray const& l_member : l_members)
-        l_answer.UserStats(m_accounts.UploadSpeed(l_member), 0);
+    {
+        m_users.AppendStats(l_answer, l_member);
+        l_countries.append(m_users.Country(l_member));
+    }
     l_answer.U32List(QList<quint32>(l_members.size(), 0));
-    l_answer.StringList(QList<QByteArray>(l_members.size()));
+    l_answer.StringList(l_countries);
     // Owner and operators go only with an owner: readers take the end of the frame after
     // the countries as "no owner".
     auto l_owner = m_options.m_roomOwners.constFind(i_room);

@@ -5,10 +5,10 @@
 #include <QMap>
 #include <QSet>
 
-class AccountBook;
 class ClientConnection;
 class ServerOptions;
 class SessionRegistry;
+class UserDirectory;
 
 // Chat rooms: made by their first member, gone with their last.
 class RoomDirectory
@@ -17,7 +17,7 @@ public:
     static constexpr qsizetype c_maxRoomNameLength = 255;
     static constexpr qsizetype c_maxRooms = 10000;
 
-    RoomDirectory(SessionRegistry const& i_sessions, AccountBook const& i_accounts,
+    RoomDirectory(SessionRegistry const& i_sessions, UserDirectory const& i_users,
         ServerOptions const& i_options);
 
     void Enter(ClientConnection& i_client, QByteArray const& i_room);
@@ -31,7 +31,7 @@ private:
     void RemoveMember(QByteArray const& i_room, QByteArray const& i_user);
 
     SessionRegistry const& m_sessions;
-    AccountBook const& m_accounts;
+    UserDirectory const& m_users;
     ServerOptions const& m_options;
     // Members in the order they came in.
     QMap<QByteArray, QList<QByteArray>> m_rooms;

@@ -2,6 +2,8 @@
 
 #include <QCommandLineParser>
 
+#include <functional>
+
 namespace
 {
 bool ParseNumber(QString const& i_text, quint32 i_max, quint32& o_value)
@@ -14,14 +16,35 @@ bool ParseNumber(QString const& i_text, quint32 i_max, quint32& o_value)
     return true;
 }
 
-// "ROOM=NAME", split at the last '=' so that a room name may hold one.
-bool SplitRoomAndName(QString const& i_text, QByteArray& o_room, QByteArray& o_name)
+// "KEY=VALUE" with neither empty, split at the last '=' so that a room or user name may
+// hold one.
+bool SplitPair(QString const& i_text, QByteArray& o_key, QByteArray& o_value)
 {
     qsizetype l_at = i_text.lastIndexOf(QLatin1Char('='));
     if (l_at <= 0 || l_at == i_text.size() - 1)
         return false;
-    o_room = i_text.left(l_at).toUtf8();
-    o_name = i_text.mid(l_at + 1).toUtf8();
+    o_key = i_text.left(l_at).toUtf8();
+    o_value = i_text.mid(l_at + 1).toUtf8();
+    return true;
+}
+
+// Hands every KEY=VALUE given to the option to i_take, which refuses a value it cannot use;
+// on the first refusal o_error names the option and the form it wants, then i_detail.
+bool ReadPairs(QCommandLineParser const& i_parser, QCommandLineOption const& i_option,
+    std::function<bool(QByteArray const&, QByteArray const&)> const& i_take, QString& o_error,
+    QString const& i_detail = {})
+{
+    QByteArray l_key;
+    QByteArray l_value;
+    for (QString const& l_pair : i_parser.values(i_option))
+    {
+        if (!SplitPair(l_pair, l_key, l_value) || !i_take(l_key, l_value))
+        {
+            o_error = QStringLiteral("--%1 wants %2%3")
+                          .arg(i_option.names().constFirst(), i_option.valueName(), i_detail);
+            return false;
+        }
+    }
     return true;
 }
 }
@@ -60,8 +83,14 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
         QStringLiteral("Owner of a room; may be repeated."), QStringLiteral("ROOM=NAME"));
     QCommandLineOption l_operator(QStringLiteral("room-operator"),
         QStringLiteral("Operator of a room; may be repeated."), QStringLiteral("ROOM=NAME"));
+    QCommandLineOption l_country(QStringLiteral("country"),
+        QStringLiteral("Country code shown for a user, such as DE; may be repeated."),
+        QStringLiteral("NAME=CODE"));
+    QCommandLineOption l_sharedFiles(QStringLiteral("shared-files"),
+        QStringLiteral("Number of shared files shown for a user (default 0); may be repeated."),
+        QStringLiteral("NAME=N"));
     l_parser.addOptions({l_port, l_listen, l_accounts, l_maxAccounts, l_wishList, l_privileged, l_minSpeed,
-        l_ratio, l_owner, l_operator});
+        l_ratio, l_owner, l_operator, l_country, l_sharedFiles});
     l_parser.process(i_arguments);
 
     if (!l_parser.positionalArguments().isEmpty())
@@ -116,25 +145,31 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
         if (!l_name.isEmpty())
             m_privileged.insert(l_name.toUtf8());
     }
-    QByteArray l_room;
-    QByteArray l_name;
-    for (QString const& l_value : l_parser.values(l_owner))
+    auto const l_owners = [this](QByteArray const& i_room, QByteArray const& i_name)
     {
-        if (!SplitRoomAndName(l_value, l_room, l_name))
-        {
-            o_error = QStringLiteral("--room-owner wants ROOM=NAME");
-            return false;
-        }
-        m_roomOwners.insert(l_room, l_name);
-    }
-    for (QString const& l_value : l_parser.values(l_operator))
+        m_roomOwners.insert(i_room, i_name);
+        return true;
+    };
+    auto const l_operators = [this](QByteArray const& i_room, QByteArray const& i_name)
     {
-        if (!SplitRoomAndName(l_value, l_room, l_name))
-        {
-            o_error = QStringLiteral("--room-operator wants ROOM=NAME");
+        m_roomOperators[i_room].insert(i_name);
+        return true;
+    };
+    auto const l_countries = [this](QByteArray const& i_name, QByteArray const& i_code)
+    {
+        m_countries.insert(i_name, i_code);
+        return true;
+    };
+    auto const l_fileCounts = [this](QByteArray const& i_name, QByteArray const& i_count)
+    {
+        quint32 l_count = 0;
+        if (!ParseNumber(QString::fromUtf8(i_count), 0xffffffffu, l_count))
             return false;
-        }
-        m_roomOperators[l_room].insert(l_name);
-    }
-    return true;
+        m_sharedFiles.insert(i_name, l_count);
+        return true;
+    };
+    return ReadPairs(l_parser, l_owner, l_owners, o_error) && ReadPairs(l_parser, l_operator, l_operators, o_error)
+        && ReadPairs(l_parser, l_country, l_countries, o_error)
+        && ReadPairs(l_parser, l_sharedFiles, l_fileCounts, o_error,
+            QStringLiteral(", N a number from 0 to 4294967295"));
 }

@@ -30,6 +30,10 @@ public:
     quint32 m_parentSpeedRatio = 50;
     QMap<QByteArray, QByteArray> m_roomOwners;
     QMap<QByteArray, QSet<QByteArray>> m_roomOperators;
+    // What other users are shown of a user: a country code, sent as given, and a number of
+    // shared files. Clients report neither, so they are set here to be seen on the network.
+    QMap<QByteArray, QByteArray> m_countries;
+    QMap<QByteArray, quint32> m_sharedFiles;
 
     // False with a message for the user when the arguments are not usable; "--help" and
     // "--version" print and exit through the parser.

@@ -35,6 +35,16 @@ void UserDirectory::SendPrivileged(ClientConnection& i_client) const
     i_client.Send(WireWriter(69).StringList(l_names).Frame());
 }
 
+void UserDirectory::AppendStats(WireWriter& o_frame, QByteArray const& i_user) const
+{
+    o_frame.UserStats(m_accounts.UploadSpeed(i_user), m_options.m_sharedFiles.value(i_user));
+}
+
+QByteArray UserDirectory::Country(QByteArray const& i_user) const
+{
+    return m_options.m_countries.value(i_user);
+}
+
 void UserDirectory::Track(ClientConnection& i_client, QByteArray const& i_user)
 {
     // Kept also for a name without account, which may be registered later.
@@ -48,9 +58,9 @@ void UserDirectory::Track(ClientConnection& i_client, QByteArray const& i_user)
     if (l_exists)
     {
         quint32 l_status = Status(i_user);
-        l_answer.U32(l_status).UserStats(m_accounts.UploadSpeed(i_user), 0);
+        AppendStats(l_answer.U32(l_status), i_user);
         if (l_status > 0)
-            l_answer.String({});
+            l_answer.String(Country(i_user));
     }
     i_client.Send(l_answer.Frame());
 }
@@ -102,7 +112,9 @@ void UserDirectory::SendAddress(ClientConnection& i_client, QByteArray const& i_
 
 void UserDirectory::SendStats(ClientConnection& i_client, QByteArray const& i_user) const
 {
-    i_client.Send(WireWriter(36).String(i_user).UserStats(m_accounts.UploadSpeed(i_user), 0).Frame());
+    WireWriter l_stats(36);
+    AppendStats(l_stats.String(i_user), i_user);
+    i_client.Send(l_stats.Frame());
 }
 
 void UserDirectory::RelayConnectRequest(ClientConnection& i_caller, quint32 i_token,

@@ -6,6 +6,7 @@ class AccountBook;
 class ClientConnection;
 class ServerOptions;
 class SessionRegistry;
+class WireWriter;
 
 // What clients learn about each other: status, tracking, addresses and statistics, and
 // the relay of requests to connect back.
@@ -19,6 +20,9 @@ public:
 
     bool IsPrivileged(QByteArray const& i_user) const;
     void SendPrivileged(ClientConnection& i_client) const;
+    // The user's statistics record: its reported upload speed and the files it is said to share.
+    void AppendStats(WireWriter& o_frame, QByteArray const& i_user) const;
+    QByteArray Country(QByteArray const& i_user) const;
 
     void Track(ClientConnection& i_client, QByteArray const& i_user);
     void Untrack(ClientConnection& i_client, QByteArray const& i_user);

@@ -88,4 +88,54 @@ TEST_F(RoomTest, AFlooderIsBoundedAndItsReadersStay)
     EXPECT_FALSE(LogLine(QStringLiteral("private message dropped spammer -> alice: sender too fast")).isEmpty());
     EXPECT_TRUE(lp_spammer->IsOpen());
 }
+
+// Countries and file counts set for users reach every message that describes a user, the country
+// as given; the room list comes at login, unasked, with the rooms that stand.
+TEST_F(RoomTest, CountriesFileCountsAndTheRoomListAtLogin)
+{
+    m_options.m_countries = {{"alice", "DE"}, {"bob", "br"}};
+    m_options.m_sharedFiles = {{"alice", 1234}, {"bob", 7}};
+    Restart();
+    auto lp_alice = LoggedIn("alice");
+    lp_alice->Send(Body(121).U32(300));
+    EXPECT_EQ(lp_alice->Ask(Body(14).Str("lobby")),
+        Body(14).Str("lobby").Strs({"alice"}).U32(1).U32(2).U32(1).Stats(300, 1234).U32(1).U32(0).Strs({"DE"}).Bytes());
+
+    RawClient l_bob(mp_server->Port());
+    ASSERT_EQ(l_bob.Login("bob", "pw"), std::optional<bool>(true));
+    EXPECT_EQ(l_bob.TakeBody(64), Body(64).Strs({"lobby"}).U32(1).U32(1).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).Bytes());
+    EXPECT_EQ(l_bob.Ask(Body(14).Str("lobby")), Body(14).Str("lobby").Strs({"alice", "bob"}).U32(2).U32(2).U32(2).U32(2)
+                                                 .Stats(300, 1234).Stats(0, 7).U32(2).U32(0).U32(0).Strs({"DE", "br"}).Bytes());
+    EXPECT_EQ(lp_alice->TakeBody(16), Body(16).Str("lobby").Str("bob").U32(2).Stats(0, 7).U32(0).Str("br").Bytes());
+    EXPECT_EQ(lp_alice->Ask(Body(5).Str("bob")), Body(5).Str("bob").U8(1).U32(2).Stats(0, 7).Str("br").Bytes());
+    EXPECT_EQ(l_bob.Ask(Body(36).Str("alice")), Body(36).Str("alice").Stats(300, 1234).Bytes());
+}
+
+TEST(ServerOptionsTest, CountriesAndFileCountsAreReadAndMalformedOnesRefused)
+{
+    QString l_error;
+    auto const l_parse = [&](std::initializer_list<char const*> i_arguments, ServerOptions& o_options)
+    {
+        QStringList l_arguments{QStringLiteral("tidewick-central")};
+        for (char const* lp_argument : i_arguments)
+            l_arguments.append(QString::fromLatin1(lp_argument));
+        return o_options.Parse(l_arguments, l_error);
+    };
+    ServerOptions l_options;
+    ASSERT_TRUE(l_parse({"--country", "alice=DE", "--country", "a=b=se", "--shared-files", "alice=12", "--shared-files",
+                            "alice=0", "--shared-files", "bob=4294967295"},
+        l_options))
+        << l_error.toStdString();
+    EXPECT_EQ(l_options.m_countries, (QMap<QByteArray, QByteArray>{{"alice", "DE"}, {"a=b", "se"}}));
+    EXPECT_EQ(l_options.m_sharedFiles, (QMap<QByteArray, quint32>{{"alice", 0}, {"bob", 4294967295u}}));
+
+    for (auto [lp_option, lp_value] : {std::pair{"--country", "alice"}, {"--country", "=DE"}, {"--country", "alice="},
+             {"--shared-files", "bob"}, {"--shared-files", "=5"}, {"--shared-files", "bob=-3"},
+             {"--shared-files", "bob=many"}, {"--shared-files", "bob=4294967296"}})
+    {
+        ServerOptions l_refused;
+        EXPECT_FALSE(l_parse({lp_option, lp_value}, l_refused)) << lp_option << " " << lp_value;
+        EXPECT_TRUE(l_error.startsWith(QString::fromLatin1(lp_option) + QLatin1Char(' '))) << l_error.toStdString();
+    }
+}
 }

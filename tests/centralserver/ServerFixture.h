@@ -59,6 +59,8 @@ protected:
     {
         auto lp_client = std::make_unique<RawClient>(mp_server->Port());
         EXPECT_EQ(lp_client->Login(i_name, i_password), std::optional<bool>(true)) << i_name.data();
+        // The room list that comes with the login, so that later ones answer what was asked.
+        EXPECT_FALSE(lp_client->TakeBody(64).isEmpty()) << i_name.data();
         return lp_client;
     }
 

@@ -15,7 +15,8 @@ TEST_F(SessionTest, FirstLoginRegistersAndLaterLoginsCheckThePassword)
     EXPECT_EQ(l_answer->U32(), c_localhost);
     l_answer->Str();
     EXPECT_TRUE(l_answer->AtEnd());
-    for (Body const& l_told : {Body(69).Strs({"boss", "vip"}), Body(83).U32(3), Body(84).U32(40), Body(104).U32(900)})
+    for (Body const& l_told : {Body(69).Strs({"boss", "vip"}), Body(83).U32(3), Body(84).U32(40), Body(104).U32(900),
+             Body(64).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0).U32(0)})
         EXPECT_EQ(l_first.Next(), l_told.Bytes());
 
     RawClient l_wrong(mp_server->Port());

@@ -4,11 +4,13 @@
 
 #include "support/WaitFor.h"
 
-CentralServerProcess::CentralServerProcess(QString i_accountsFile) : m_accountsFile(std::move(i_accountsFile))
+CentralServerProcess::CentralServerProcess(QString i_accountsFile, QStringList i_options)
+    : m_accountsFile(std::move(i_accountsFile))
 {
     m_process.setProgram(QStringLiteral(TIDEWICK_CENTRAL_BIN));
-    m_process.setArguments({QStringLiteral("--port"), QStringLiteral("2242"), QStringLiteral("--listen"),
-                            QStringLiteral("127.0.0.1"), QStringLiteral("--accounts"), m_accountsFile});
+    m_process.setArguments(QStringList{QStringLiteral("--port"), QStringLiteral("2242"), QStringLiteral("--listen"),
+                                       QStringLiteral("127.0.0.1"), QStringLiteral("--accounts"), m_accountsFile} +
+                           i_options);
     m_process.setProcessChannelMode(QProcess::MergedChannels);
 }
 

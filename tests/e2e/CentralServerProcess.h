@@ -7,7 +7,8 @@
 class CentralServerProcess
 {
 public:
-    explicit CentralServerProcess(QString i_accountsFile);
+    // i_options go to the program after the port, address and accounts file.
+    explicit CentralServerProcess(QString i_accountsFile, QStringList i_options = {});
     ~CentralServerProcess();
 
     bool Start();

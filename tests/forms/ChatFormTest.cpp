@@ -126,6 +126,9 @@ TEST_F(ChatFormTest, MessagesOpenTabsQuietlyAndButtonsLastUntilTheFormIsSeen)
     QApplication::processEvents();
     EXPECT_EQ(Buttons(), QStringList());
     EXPECT_EQ(QApplication::focusWidget(), Edit(Form(1)));
+    mp_main->setCurrentWidget(mp_window->Widgets()->usersTab);
+    mp_main->setCurrentWidget(mp_window->Widgets()->chatTab);
+    EXPECT_EQ(QApplication::focusWidget(), Edit(Form(1)));
 
     // The own line shows at once with the own name and goes out as typed, in UTF-8.
     mp_tabs->setCurrentIndex(0);

@@ -1,11 +1,8 @@
 #include <QApplication>
 #include <QMenu>
 #include <QPlainTextEdit>
-#include <QTabWidget>
-#include <QTextBlock>
 #include <QTextBrowser>
 #include <QToolButton>
-#include <QTreeWidget>
 #include <QtTest>
 
 #include "FormsFixture.h"
@@ -29,21 +26,7 @@ Body PrivateChat(quint32 i_id, QByteArray const& i_user, QByteArray const& i_tex
 QTextBrowser* View(QWidget* ip_form) { return Child<QTextBrowser>(ip_form, "chatView"); }
 QLineEdit* Edit(QWidget* ip_form) { return Child<QLineEdit>(ip_form, "chatEdit"); }
 
-QStringList Lines(QWidget* ip_form)
-{
-    return View(ip_form)->toPlainText().split(QLatin1Char('\n'));
-}
-
-// The link targets of a view, in order.
-QStringList Links(QWidget* ip_form)
-{
-    QStringList l_links;
-    for (QTextBlock l_block = View(ip_form)->document()->begin(); l_block.isValid(); l_block = l_block.next())
-        for (auto l_it = l_block.begin(); !l_it.atEnd(); ++l_it)
-            if (l_it.fragment().charFormat().isAnchor())
-                l_links << l_it.fragment().charFormat().anchorHref();
-    return l_links;
-}
+QStringList Lines(QWidget* ip_form) { return View(ip_form)->toPlainText().split(QLatin1Char('\n')); }
 
 // The texts that the event bar's buttons show, placeholder left out.
 QStringList Buttons()
@@ -101,7 +84,8 @@ TEST_F(ChatFormTest, MessagesOpenTabsQuietlyAndButtonsLastUntilTheFormIsSeen)
     ASSERT_TRUE(WaitFor([&] { return mp_tabs->count() == 1; }));
     ChatForm* const lp_ann = Form(0);
     EXPECT_EQ(Lines(lp_ann), QStringList{QStringLiteral("[ann] <b>hi</b> &amp; javascript:x file:///etc http://a.org/?b=1&c=2.")});
-    EXPECT_EQ(Links(lp_ann), QStringList{QStringLiteral("http://a.org/?b=1&c=2")});
+    EXPECT_EQ(View(lp_ann)->toHtml().count(QStringLiteral("href=")), 1);
+    EXPECT_TRUE(View(lp_ann)->toHtml().contains(QStringLiteral("href=\"http://a.org/?b=1&amp;c=2\"")));
     EXPECT_EQ(QApplication::focusWidget(), lp_focus);
     EXPECT_EQ(mp_main->currentWidget(), mp_window->Widgets()->usersTab);
     // Neither a NUL nor a byte that is not UTF-8 ends the line.

@@ -31,6 +31,7 @@ UserMenuOptions::UserMenuOptions(QMenu* ip_menu, std::string const& i_user, QObj
         lp_action->setData(l_user);
         connect(lp_action, &QAction::triggered, this, i_slot);
     };
+    l_add(":/icons/chat_icon", "Message user", &UserMenuOptions::OnMessageUser);
     if (UserItem(i_user)["in_user_list"])
     {
         l_add(":/icons/users_icon", "Set user's groups", &UserMenuOptions::OnSetGroups);
@@ -44,6 +45,13 @@ std::string UserMenuOptions::SenderUser(QObject* ip_sender)
 {
     auto* lp_action = qobject_cast<QAction*>(ip_sender);
     return lp_action ? lp_action->data().toString().toStdString() : std::string();
+}
+
+void UserMenuOptions::OnMessageUser()
+{
+    std::string const l_user = SenderUser(sender());
+    if (!l_user.empty() && gp_formHost)
+        gp_formHost->OpenChatForm(l_user);
 }
 
 void UserMenuOptions::OnSetGroups()

@@ -14,6 +14,7 @@ public:
     UserMenuOptions(QMenu* ip_menu, std::string const& i_user, QObject* ip_parent = nullptr);
 
 private slots:
+    void OnMessageUser();
     void OnSetGroups();
     void OnRemoveFromList();
     void OnAddToList();

@@ -50,6 +50,9 @@ void EventToolBar::AddEvent(QString const& i_text, QString const& i_icon, QWidge
         m_isEmpty = false;
     }
     auto* lp_action = new QAction(QIcon(i_icon), i_text, this);
+    // The text is a caller's, often a name, and shows as typed rather than with a mnemonic.
+    lp_action->setIconText(QString(i_text).replace(u'&', QStringLiteral("&&")));
+    lp_action->setToolTip(i_text);
     addAction(lp_action);
     connect(lp_action, &QAction::triggered, this, &EventToolBar::OnActionTriggered);
     d.GetType("event_toolbar_widget")->GetItem(Value(static_cast<QObject*>(ip_widget)))

@@ -21,7 +21,9 @@ void FocusWidget(QWidget* ip_widget)
         }
         lp_child = lp_parent;
     }
+    // Raised alone, the window could stay behind the active one, without keyboard focus.
     ip_widget->window()->raise();
+    ip_widget->window()->activateWindow();
     ip_widget->setFocus(Qt::OtherFocusReason);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 class QWidget;
 
 // What the forms may ask of the main window. The forms are built below the application, so
@@ -11,6 +13,8 @@ public:
     // The window that dialogs opened from a form belong to, so that they stand over it and go
     // with it.
     virtual QWidget* DialogParent() = 0;
+    // Brings the private chat with the user into view, making it if needed.
+    virtual void OpenChatForm(std::string const& i_user) = 0;
 
 protected:
     ~FormHost() = default;

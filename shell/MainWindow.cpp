@@ -9,6 +9,7 @@
 #include <QFile>
 
 #include "forms/ChangeListeningPortDialog.h"
+#include "forms/ChatForm.h"
 #include "forms/ChangeUsernamePasswordDialog.h"
 #include "forms/UserListForm.h"
 #include "portforward/PortForwarder.h"
@@ -16,11 +17,13 @@
 #include "shell/ActionSetToolBar.h"
 #include "shell/DiagnosticsForm.h"
 #include "shell/EventToolBar.h"
+#include "shell/FocusWidget.h"
 #include "shell/InformationBox.h"
 #include "shell/ShowState.h"
 #include "shell/TimerManager.h"
 #include "store/Data.h"
 #include "store/DataSaver.h"
+#include "store/Log.h"
 #include "store/Settings.h"
 #include "ui_MainWindow.h"
 
@@ -71,6 +74,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     DisableControlsNotYetBuilt();
 
     DeclareSettingsTypes();
+    SetUpPrivateChat();
 
     diagnosticsForm->Init();
 
@@ -174,6 +178,8 @@ void MainWindow::OnMainWindowTabChanged(int)
         mp_ui->optionsTabWidget->currentWidget()->setFocus(Qt::OtherFocusReason);
     else if (lp_page == mp_ui->usersTab)
         mp_userListForm->FocusCurrentPage();
+    else if (lp_page == mp_ui->chatTab)
+        FocusCurrentChat();
 }
 
 void MainWindow::OnToolBarActionTriggered(std::string i_action)
@@ -329,4 +335,65 @@ void MainWindow::OnUsernameChanged(Item* ip_item)
 void MainWindow::OnNewListeningPortChanged(Item* ip_item)
 {
     mp_ui->listeningPortEdit->setText(QString::fromStdString(ItemPtr(ip_item)["global_value"].AsString()));
+}
+
+void MainWindow::SetUpPrivateChat()
+{
+    Type* lp_widget = d.NewType("user_chat_widget", true, false, true);
+    lp_widget->RelateToType(d.GetType("user"), One, One, false);
+    connect(mp_server, &Server::PrivateChat, this, &MainWindow::OnPrivateChat);
+    connect(mp_ui->chatTabControl, &QTabWidget::tabCloseRequested, this, &MainWindow::OnChatTabClosed);
+    connect(mp_ui->chatTabControl, &QTabWidget::currentChanged, this, &MainWindow::OnChatTabChanged);
+}
+
+void MainWindow::OnChatTabChanged(int)
+{
+    // Only while the user works on the Chat page: the first tab, which a message from afar
+    // makes current, must not take the focus from elsewhere.
+    QWidget* const lp_focus = QApplication::focusWidget();
+    if (!g_showIsOver && mp_ui->chatTab->isVisible() && (!lp_focus || mp_ui->chatTab->isAncestorOf(lp_focus)))
+        FocusCurrentChat();
+}
+
+ChatForm* MainWindow::GetChatForm(std::string const& i_user)
+{
+    ItemPtr const l_user = d.GetType("user")->GetItem(i_user);
+    if (auto* lp_form = qobject_cast<ChatForm*>(l_user["user_chat_widget"].AsPointer<QWidget>()))
+        return lp_form;
+    auto* lp_form = new ChatForm(i_user, mp_ui->chatTabControl);
+    // A name is shown as typed: a single "&" would otherwise turn into a mnemonic.
+    mp_ui->chatTabControl->addTab(lp_form, QString::fromUtf8(i_user).replace(u'&', QStringLiteral("&&")));
+    return lp_form;
+}
+
+void MainWindow::OpenChatForm(std::string const& i_user)
+{
+    FocusWidgetAndParents(GetChatForm(i_user));
+}
+
+void MainWindow::OnPrivateChat(std::string const& i_user, std::string const& i_chat, time_t, bool)
+{
+    if (i_user.empty())
+    {
+        Log(QStringLiteral("server"), 1, QStringLiteral("Dropped a private message without a sender name"));
+        return;
+    }
+    GetChatForm(i_user)->AddChat(i_chat);
+}
+
+void MainWindow::OnChatTabClosed(int i_index)
+{
+    // The name comes from the form: the tab's text has its "&" doubled.
+    auto* lp_form = qobject_cast<ChatForm*>(mp_ui->chatTabControl->widget(i_index));
+    if (!lp_form)
+        return;
+    lp_form->Detach();
+    mp_ui->chatTabControl->removeTab(i_index);
+    lp_form->deleteLater();
+}
+
+void MainWindow::FocusCurrentChat()
+{
+    if (QWidget* lp_form = mp_ui->chatTabControl->currentWidget())
+        lp_form->setFocus(Qt::OtherFocusReason);
 }

@@ -5,6 +5,7 @@
 #endif
 
 #include <QMainWindow>
+#include <ctime>
 #include <memory>
 #include <string>
 
@@ -15,6 +16,7 @@ namespace Ui
 {
 class MainWindow;
 }
+class ChatForm;
 class Item;
 class Server;
 class UserListForm;
@@ -34,6 +36,10 @@ public:
 
     QWidget* DialogParent() override { return this; }
 
+    // Private chat: one form per user on the Chat page, found or made on demand.
+    ChatForm* GetChatForm(std::string const& i_user);
+    void OpenChatForm(std::string const& i_user) override;
+
 public slots:
     void EveryFiveMinutes();
 
@@ -50,11 +56,16 @@ private slots:
     void OnDisconnected();
     void OnConnectionFailed(std::string const& i_reason);
     void OnMainWindowTabChanged(int i_index);
+    void OnPrivateChat(std::string const& i_user, std::string const& i_chat, time_t i_time, bool i_spontaneous);
+    void OnChatTabClosed(int i_index);
+    void OnChatTabChanged(int i_index);
 
 private:
     void DeclareActionSets();
     void DisableControlsNotYetBuilt();
     void DeclareSettingsTypes();
+    void SetUpPrivateChat();
+    void FocusCurrentChat();
     void OnSetDownloadFolder();
     void OnCreateRoom();
     void SetConnectionIcon(char const* i_icon);

@@ -116,7 +116,8 @@ TEST_F(FormsTest, ListedUsersAreTrackedOnceOnTheWireAndTheirStatusShows)
 TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
 {
     User("eve");
-    EXPECT_EQ(MenuFor("eve", QStringLiteral("Add user to list")), QStringList{QStringLiteral("Add user to list")});
+    EXPECT_EQ(MenuFor("eve", QStringLiteral("Add user to list")),
+              (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list")}));
     EXPECT_TRUE(Row(mp_form->UserList(), "eve"));
     QList<UserGroupsDialog*> const l_groups = OpenDialogs<UserGroupsDialog>();
     ASSERT_EQ(l_groups.size(), 1);
@@ -124,7 +125,8 @@ TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
     EXPECT_EQ(l_groups.front()->parentWidget(), mp_window);
 
     EXPECT_EQ(MenuFor("eve", QStringLiteral("Remove user from list")),
-              (QStringList{QStringLiteral("Set user's groups"), QStringLiteral("Remove user from list")}));
+              (QStringList{QStringLiteral("Message user"), QStringLiteral("Set user's groups"),
+                           QStringLiteral("Remove user from list")}));
     EXPECT_FALSE(Row(mp_form->UserList(), "eve"));
     EXPECT_FALSE(Has(User("eve"), "in_user_list"));
 
@@ -134,7 +136,7 @@ TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
     mp_window->show();
     QApplication::processEvents();
     QRect const l_rowRect = lp_list->visualItemRect(Row(lp_list, "fay"));
-    EXPECT_EQ(MenuShownBy([&] { mp_form->OnUserListContextMenuRequested(l_rowRect.center()); }).value(1),
+    EXPECT_EQ(MenuShownBy([&] { mp_form->OnUserListContextMenuRequested(l_rowRect.center()); }).value(2),
               QStringLiteral("Remove user from list"));
     QPoint const l_beside(5, lp_list->viewport()->height() - 2);
     ASSERT_FALSE(lp_list->itemAt(l_beside));

@@ -4,6 +4,8 @@
 #error "The shell library and the forms sit below the main window: reach it through shell/FormHost.h."
 #endif
 
+#include <QByteArray>
+#include <QHash>
 #include <QMainWindow>
 #include <memory>
 #include <string>
@@ -16,6 +18,8 @@ namespace Ui
 class MainWindow;
 }
 class Item;
+class QTreeWidgetItem;
+class RoomForm;
 class Server;
 class UserListForm;
 
@@ -50,6 +54,9 @@ private slots:
     void OnDisconnected();
     void OnConnectionFailed(std::string const& i_reason);
     void OnMainWindowTabChanged(int i_index);
+    void OnRoomListItemDoubleClicked(QTreeWidgetItem* ip_item, int i_column);
+    void OnRoomTabChanged(int i_index);
+    void OnRoomTabContextMenuRequested(QPoint const& i_point);
 
 private:
     void DeclareActionSets();
@@ -62,9 +69,19 @@ private:
     void OnUsernameChanged(Item* ip_item);
     void OnNewListeningPortChanged(Item* ip_item);
 
+    // The Rooms tab: the list of rooms and one tab per entered room.
+    void SetUpRooms();
+    void OnRoomUserCountAdded(ConnectionInfo& i_info);
+    void OnEnteredRoom(ConnectionInfo& i_info);
+    RoomForm* OpenRoomForm(std::string const& i_room) const;
+    void EnterRoomOfRow(QTreeWidgetItem* ip_row);
+    void FocusCurrentRoom();
+
     std::unique_ptr<Ui::MainWindow> mp_ui;
     Server* mp_server = nullptr;
     UserListForm* mp_userListForm = nullptr;
+    // Room list rows by the exact bytes of the room's name; rows never go away.
+    QHash<QByteArray, QTreeWidgetItem*> m_roomRows;
 };
 
 extern MainWindow* mainWindow;

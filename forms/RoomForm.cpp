@@ -142,8 +142,13 @@ void RoomForm::OnRoomChat(std::string const& i_room, std::string const& i_user, 
 {
     if (i_room != m_room)
         return;
-    AppendLine(ConvertLinks(QStringLiteral("[<font color=\"blue\">") + EscapeHTML(FromUtf8(i_user)) +
-                            QStringLiteral("</font>] ") + EscapeHTML(FromUtf8(i_chat))));
+    AppendLine(ChatLineHtml(i_user, i_chat));
+}
+
+QString RoomForm::ChatLineHtml(std::string const& i_user, std::string const& i_chat)
+{
+    return ConvertLinks(QStringLiteral("[<font color=\"blue\">") + EscapeHTML(FromUtf8(i_user)) +
+                        QStringLiteral("</font>] ") + EscapeHTML(FromUtf8(i_chat)));
 }
 
 void RoomForm::AddStatusMessage(std::string const& i_text)

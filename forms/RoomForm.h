@@ -28,6 +28,9 @@ public:
     ~RoomForm() override;
 
     void Init();
+    // A chat line as the view gets it: the user in blue in brackets, then the text, both shown
+    // as typed, with web addresses made links.
+    static QString ChatLineHtml(std::string const& i_user, std::string const& i_chat);
     void AddStatusMessage(std::string const& i_text);
     std::string const& Room() const { return m_room; }
 

@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QRegularExpression>
+#include <QHeaderView>
 #include <QTreeWidget>
 
 #include "stream/NumberText.h"
@@ -32,11 +33,15 @@ QString QRoomUserListItemWidget::FlagResource(QString const& i_country)
 
 bool QRoomUserListItemWidget::operator<(QTreeWidgetItem const& i_other) const
 {
-    auto const* lp_other = dynamic_cast<QRoomUserListItemWidget const*>(&i_other);
     QTreeWidget const* lp_tree = treeWidget();
-    if (lp_other && lp_tree)
+    return LessThan(i_other, lp_tree ? lp_tree->header()->sortIndicatorSection() : UserColumn);
+}
+
+bool QRoomUserListItemWidget::LessThan(QTreeWidgetItem const& i_other, int i_column) const
+{
+    if (auto const* lp_other = dynamic_cast<QRoomUserListItemWidget const*>(&i_other))
     {
-        int const l_column = lp_tree->sortColumn();
+        int const l_column = i_column;
         if (l_column == FilesColumn && m_files != lp_other->m_files)
             return m_files < lp_other->m_files;
         if (l_column == SpeedColumn && m_speed != lp_other->m_speed)

@@ -24,6 +24,7 @@ public:
     // By the sorted column's value, an empty one counting as 0; ties by name without regard
     // to case.
     bool operator<(QTreeWidgetItem const& i_other) const override;
+    bool LessThan(QTreeWidgetItem const& i_other, int i_column) const;
 
 private:
     long long m_files;

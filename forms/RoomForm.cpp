@@ -1,5 +1,6 @@
 #include "forms/RoomForm.h"
 
+#include <QHeaderView>
 #include <QMenu>
 
 #include "forms/QRoomUserListItemWidget.h"
@@ -38,6 +39,12 @@ RoomForm::RoomForm(std::string const& i_room, QWidget* ip_parent)
     int const l_widths[] = {20, 25, 90, 50, 40};
     for (int l_column = 0; l_column < 5; ++l_column)
         mp_ui->userList->setColumnWidth(l_column, l_widths[l_column]);
+    // The list keeps its order itself: a row goes straight to its place, since the tree's own
+    // sorting would sort the whole room again after every join.
+    QHeaderView* lp_header = mp_ui->userList->header();
+    lp_header->setSortIndicatorShown(true);
+    lp_header->setSectionsClickable(true);
+    connect(lp_header, &QHeaderView::sortIndicatorChanged, mp_ui->userList, &QTreeWidget::sortItems);
     mp_ui->userList->sortByColumn(QRoomUserListItemWidget::UserColumn, Qt::AscendingOrder);
 
     actionBar->RegisterWidget(this, QStringLiteral("room"));
@@ -130,7 +137,27 @@ void RoomForm::OnUserAdded(Item* ip_user)
                                                FromUtf8(l_user["country_code"].AsString()));
     lp_row->setData(QRoomUserListItemWidget::UserColumn, Qt::UserRole, l_name);
     m_userRows.insert(l_name, lp_row);
-    mp_ui->userList->addTopLevelItem(lp_row);
+    InsertSorted(lp_row);
+}
+
+void RoomForm::InsertSorted(QRoomUserListItemWidget* ip_row)
+{
+    QTreeWidget* lp_list = mp_ui->userList;
+    int const l_column = lp_list->header()->sortIndicatorSection();
+    bool const l_descending = lp_list->header()->sortIndicatorOrder() == Qt::DescendingOrder;
+    int l_low = 0;
+    int l_high = lp_list->topLevelItemCount();
+    while (l_low < l_high)
+    {
+        int const l_middle = l_low + (l_high - l_low) / 2;
+        auto const* lp_middle = static_cast<QRoomUserListItemWidget const*>(lp_list->topLevelItem(l_middle));
+        bool const l_before = l_descending ? lp_middle->LessThan(*ip_row, l_column) : ip_row->LessThan(*lp_middle, l_column);
+        if (l_before)
+            l_high = l_middle;
+        else
+            l_low = l_middle + 1;
+    }
+    lp_list->insertTopLevelItem(l_low, ip_row);
 }
 
 void RoomForm::OnUserRemoved(Item* ip_user)

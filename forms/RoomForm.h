@@ -12,6 +12,7 @@ namespace Ui
 class RoomForm;
 }
 class Item;
+class QRoomUserListItemWidget;
 class QTreeWidgetItem;
 
 // One entered room on the Rooms tab: its chat, the line to write in and its users. It lives
@@ -51,6 +52,7 @@ private:
     void ListenToRoom(Item* ip_room);
     void AppendLine(QString const& i_html);
     void SetAutojoinText(bool i_on);
+    void InsertSorted(QRoomUserListItemWidget* ip_row);
 
     std::string m_room;
     std::unique_ptr<Ui::RoomForm> mp_ui;

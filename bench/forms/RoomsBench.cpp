@@ -57,9 +57,10 @@ std::string Country(int i_n)
 void EnterRoom(std::string const& i_room, int i_users)
 {
     std::vector<std::string> l_names, l_countries;
+    std::string const l_prefix = QStringLiteral("r%1user").arg(g_round).toStdString();
     for (int l_n = 0; l_n < i_users; ++l_n)
     {
-        l_names.push_back("r" + std::to_string(g_round) + "user" + std::to_string(l_n));
+        l_names.push_back(l_prefix + std::to_string(l_n));
         l_countries.push_back(Country(l_n));
     }
     MemStream l_message;

@@ -11,6 +11,8 @@ QRoomUserListItemWidget::QRoomUserListItemWidget(QString const& i_user, long lon
                                                  QString const& i_country)
     : m_files(i_files > 0 ? i_files : 0), m_speed(i_speed > 0 ? i_speed : 0), m_country(i_country.toLower())
 {
+    // Spares the view a question per row each time it lays the list out again.
+    setFlags(flags() | Qt::ItemNeverHasChildren);
     setText(UserColumn, i_user);
     setText(FilesColumn, CommafyNumber(m_files));
     if (m_speed > 0)

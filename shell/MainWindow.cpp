@@ -7,10 +7,15 @@
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QFile>
+#include <QMenu>
+#include <QShortcut>
+#include <QTabBar>
 
 #include "forms/ChangeListeningPortDialog.h"
 #include "forms/ChatForm.h"
 #include "forms/ChangeUsernamePasswordDialog.h"
+#include "forms/QRoomListItemWidget.h"
+#include "forms/RoomForm.h"
 #include "forms/UserListForm.h"
 #include "portforward/PortForwarder.h"
 #include "server/Server.h"
@@ -51,10 +56,6 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_ui->actionDisconnect->setEnabled(false);
 
     SetConnectionIcon(":/icons/offline_icon");
-    mp_ui->roomList->setColumnWidth(0, 150);
-    mp_ui->roomList->setColumnWidth(1, 30);
-    mp_ui->roomListSplitter->setStretchFactor(0, 1);
-    mp_ui->roomListSplitter->setStretchFactor(1, 0);
     mp_ui->sharedFolderList->setColumnWidth(0, 400);
 
     new TimerManager(this);
@@ -71,6 +72,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     connect(mp_ui->actionDisconnect, &QAction::triggered, this, &MainWindow::OnDisconnectMenuOptionClicked);
 
     DeclareActionSets();
+    SetUpRooms();
     DisableControlsNotYetBuilt();
 
     DeclareSettingsTypes();
@@ -180,15 +182,23 @@ void MainWindow::OnMainWindowTabChanged(int)
         mp_userListForm->FocusCurrentPage();
     else if (lp_page == mp_ui->chatTab)
         FocusCurrentChat();
+    else if (lp_page == mp_ui->roomsTab)
+        FocusCurrentRoom();
 }
 
 void MainWindow::OnToolBarActionTriggered(std::string i_action)
 {
     std::string const l_room = actionBar->GetKey(QStringLiteral("room")).toStdString();
-    if (i_action == "enter_room")
-        mp_server->EnterRoom(l_room);
-    else if (i_action == "leave_room")
-        mp_server->LeaveRoom(l_room);
+    if (i_action == "enter_room" || i_action == "leave_room")
+    {
+        // A room without a name is none: nothing is asked of the server.
+        if (l_room.empty())
+            return;
+        if (i_action == "enter_room")
+            mp_server->EnterRoom(l_room);
+        else
+            mp_server->LeaveRoom(l_room);
+    }
     else if (i_action == "create_room")
         OnCreateRoom();
     else if (i_action == "refresh_room_list")
@@ -209,6 +219,105 @@ void MainWindow::OnToolBarActionTriggered(std::string i_action)
         (new ChangeListeningPortDialog(this))->show();
     else if (i_action == "set_download_folder")
         OnSetDownloadFolder();
+}
+
+void MainWindow::SetUpRooms()
+{
+    mp_ui->roomList->setColumnWidth(0, 150);
+    mp_ui->roomList->setColumnWidth(1, 30);
+    mp_ui->roomList->sortByColumn(0, Qt::AscendingOrder);
+    mp_ui->roomListSplitter->setStretchFactor(0, 1);
+    mp_ui->roomListSplitter->setStretchFactor(1, 0);
+    mp_ui->roomListSplitter->setSizes({width() - 220, 220});
+    mp_ui->roomTabWidget->tabBar()->setContextMenuPolicy(Qt::CustomContextMenu);
+
+    ListenPairConnection("room", "user_count", &MainWindow::OnRoomUserCountAdded);
+    ListenPairConnection("room", "in_room", &MainWindow::OnEnteredRoom);
+    connect(mp_ui->roomList, &QTreeWidget::itemDoubleClicked, this, &MainWindow::OnRoomListItemDoubleClicked);
+    connect(mp_ui->roomTabWidget, &QTabWidget::currentChanged, this, &MainWindow::OnRoomTabChanged);
+    connect(mp_ui->roomTabWidget->tabBar(), &QWidget::customContextMenuRequested, this,
+            &MainWindow::OnRoomTabContextMenuRequested);
+    for (QKeySequence const& l_key : {QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)})
+    {
+        auto* lp_shortcut = new QShortcut(l_key, mp_ui->roomList, nullptr, nullptr, Qt::WidgetShortcut);
+        connect(lp_shortcut, &QShortcut::activated, this,
+                [this] { EnterRoomOfRow(mp_ui->roomList->currentItem()); });
+    }
+}
+
+void MainWindow::OnRoomUserCountAdded(ConnectionInfo& i_info)
+{
+    ItemPtr const l_room(i_info.m_from);
+    QByteArray const l_name = QByteArray::fromStdString(l_room.AsString());
+    if (m_roomRows.contains(l_name))
+        return;
+    auto* lp_row = new QRoomListItemWidget(QString::fromUtf8(l_name),
+                                           QString::fromStdString(ItemPtr(i_info.m_to).AsString()));
+    lp_row->setData(0, Qt::UserRole, l_name);
+    m_roomRows.insert(l_name, lp_row);
+    mp_ui->roomList->addTopLevelItem(lp_row);
+}
+
+void MainWindow::OnRoomListItemDoubleClicked(QTreeWidgetItem* ip_item, int i_column)
+{
+    if (i_column == 0)
+        EnterRoomOfRow(ip_item);
+}
+
+void MainWindow::EnterRoomOfRow(QTreeWidgetItem* ip_row)
+{
+    if (!ip_row)
+        return;
+    std::string const l_room = ip_row->data(0, Qt::UserRole).toByteArray().toStdString();
+    mp_server->EnterRoom(l_room);
+    if (RoomForm* lp_open = OpenRoomForm(l_room))
+        mp_ui->roomTabWidget->setCurrentWidget(lp_open);
+}
+
+RoomForm* MainWindow::OpenRoomForm(std::string const& i_room) const
+{
+    for (int l_index = 0; l_index < mp_ui->roomTabWidget->count(); ++l_index)
+        if (auto* lp_form = qobject_cast<RoomForm*>(mp_ui->roomTabWidget->widget(l_index));
+            lp_form && lp_form->Room() == i_room)
+            return lp_form;
+    return nullptr;
+}
+
+void MainWindow::OnEnteredRoom(ConnectionInfo& i_info)
+{
+    std::string const l_room = ItemPtr(i_info.m_from).AsString();
+    if (OpenRoomForm(l_room))
+        return;
+    auto* lp_form = new RoomForm(l_room, mp_ui->roomTabWidget);
+    // "&" would otherwise mark a shortcut letter and vanish from the tab.
+    QString const l_title = QString::fromUtf8(l_room.data(), static_cast<qsizetype>(l_room.size()));
+    mp_ui->roomTabWidget->addTab(lp_form, QString(l_title).replace(QLatin1Char('&'), QStringLiteral("&&")));
+    lp_form->Init();
+    FocusWidget(lp_form);
+}
+
+void MainWindow::OnRoomTabChanged(int i_index)
+{
+    if (i_index != -1)
+        FocusCurrentRoom();
+}
+
+void MainWindow::FocusCurrentRoom()
+{
+    if (QWidget* lp_form = mp_ui->roomTabWidget->currentWidget())
+        lp_form->setFocus(Qt::OtherFocusReason);
+}
+
+void MainWindow::OnRoomTabContextMenuRequested(QPoint const& i_point)
+{
+    QTabBar* lp_bar = mp_ui->roomTabWidget->tabBar();
+    auto* lp_form = qobject_cast<RoomForm*>(mp_ui->roomTabWidget->widget(lp_bar->tabAt(i_point)));
+    if (!lp_form)
+        return;
+    QMenu l_menu;
+    std::string const l_room = lp_form->Room();
+    l_menu.addAction(QStringLiteral("Leave Room"), this, [this, l_room] { mp_server->LeaveRoom(l_room); });
+    l_menu.exec(lp_bar->mapToGlobal(i_point));
 }
 
 void MainWindow::OnCreateRoom()

@@ -4,6 +4,8 @@
 #error "The shell library and the forms sit below the main window: reach it through shell/FormHost.h."
 #endif
 
+#include <QByteArray>
+#include <QHash>
 #include <QMainWindow>
 #include <ctime>
 #include <memory>
@@ -18,6 +20,8 @@ class MainWindow;
 }
 class ChatForm;
 class Item;
+class QTreeWidgetItem;
+class RoomForm;
 class Server;
 class UserListForm;
 
@@ -59,6 +63,9 @@ private slots:
     void OnPrivateChat(std::string const& i_user, std::string const& i_chat, time_t i_time, bool i_spontaneous);
     void OnChatTabClosed(int i_index);
     void OnChatTabChanged(int i_index);
+    void OnRoomListItemDoubleClicked(QTreeWidgetItem* ip_item, int i_column);
+    void OnRoomTabChanged(int i_index);
+    void OnRoomTabContextMenuRequested(QPoint const& i_point);
 
 private:
     void DeclareActionSets();
@@ -73,9 +80,19 @@ private:
     void OnUsernameChanged(Item* ip_item);
     void OnNewListeningPortChanged(Item* ip_item);
 
+    // The Rooms tab: the list of rooms and one tab per entered room.
+    void SetUpRooms();
+    void OnRoomUserCountAdded(ConnectionInfo& i_info);
+    void OnEnteredRoom(ConnectionInfo& i_info);
+    RoomForm* OpenRoomForm(std::string const& i_room) const;
+    void EnterRoomOfRow(QTreeWidgetItem* ip_row);
+    void FocusCurrentRoom();
+
     std::unique_ptr<Ui::MainWindow> mp_ui;
     Server* mp_server = nullptr;
     UserListForm* mp_userListForm = nullptr;
+    // Room list rows by the exact bytes of the room's name; rows never go away.
+    QHash<QByteArray, QTreeWidgetItem*> m_roomRows;
 };
 
 extern MainWindow* mainWindow;

@@ -2,7 +2,9 @@
 
 #include <QApplication>
 #include <QDialog>
+#include <QMenu>
 #include <QPointer>
+#include <QTimer>
 #include <QTreeWidget>
 
 #include "forms/UserListForm.h"
@@ -11,6 +13,26 @@
 #include "store/Settings.h"
 #include "support/AppEnvironment.h"
 #include "support/WaitFor.h"
+
+QStringList MenuShownBy(std::function<void()> const& i_request)
+{
+    QStringList l_texts{QStringLiteral("<no menu>")};
+    QTimer::singleShot(100, [&l_texts] {
+        for (QWidget* lp_widget : QApplication::topLevelWidgets())
+        {
+            auto* lp_menu = qobject_cast<QMenu*>(lp_widget);
+            if (!lp_menu || !lp_menu->isVisible())
+                continue;
+            l_texts.clear();
+            for (QAction* lp_action : lp_menu->actions())
+                l_texts << lp_action->text();
+            lp_menu->close();
+        }
+    });
+    i_request();
+    QApplication::processEvents();
+    return l_texts;
+}
 
 void FormsTest::SetUp()
 {

@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QString>
 #include <QWidget>
+#include <functional>
 #include <memory>
 
 #include "store/Data.h"
@@ -31,6 +32,10 @@ QList<Dialog*> OpenDialogs()
             l_dialogs << lp_dialog;
     return l_dialogs;
 }
+
+// Runs the request while a timer notes the texts of the menu that it opens, then closes it;
+// "<no menu>" when none opened.
+QStringList MenuShownBy(std::function<void()> const& i_request);
 
 inline void PrintTo(QString const& i_text, std::ostream* op_stream) { *op_stream << i_text.toStdString(); }
 

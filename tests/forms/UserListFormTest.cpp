@@ -19,27 +19,6 @@ QString Column(QTreeWidgetItem* ip_row, int i_column)
     return ip_row ? ip_row->text(i_column) : QStringLiteral("<no row>");
 }
 
-// Runs the request while a timer notes the texts of the menu that it opens, then closes it.
-QStringList MenuShownBy(std::function<void()> const& i_request)
-{
-    QStringList l_texts{QStringLiteral("<no menu>")};
-    QTimer::singleShot(100, [&l_texts] {
-        for (QWidget* lp_widget : QApplication::topLevelWidgets())
-        {
-            auto* lp_menu = qobject_cast<QMenu*>(lp_widget);
-            if (!lp_menu || !lp_menu->isVisible())
-                continue;
-            l_texts.clear();
-            for (QAction* lp_action : lp_menu->actions())
-                l_texts << lp_action->text();
-            lp_menu->close();
-        }
-    });
-    i_request();
-    QApplication::processEvents();
-    return l_texts;
-}
-
 // The texts of the user's menu; the entry of text i_choice, if any, is then triggered.
 QStringList MenuFor(char const* i_user, QString const& i_choice = QString())
 {

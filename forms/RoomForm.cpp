@@ -3,13 +3,14 @@
 #include <QHeaderView>
 #include <QMenu>
 
+#include "forms/ChatLine.h"
 #include "forms/QRoomUserListItemWidget.h"
 #include "forms/UserMenuOptions.h"
 #include "server/Server.h"
 #include "shell/ActionSetToolBar.h"
+#include "shell/FormHost.h"
 #include "store/Data.h"
 #include "store/PathNode.h"
-#include "stream/RichText.h"
 #include "ui_RoomForm.h"
 
 namespace
@@ -63,6 +64,7 @@ RoomForm::RoomForm(std::string const& i_room, QWidget* ip_parent)
     connect(gp_server, &Server::Disconnected, this, &RoomForm::OnDisconnected);
     connect(mp_ui->chatEdit, &QLineEdit::returnPressed, this, &RoomForm::OnEnterPressed);
     connect(mp_ui->userList, &QWidget::customContextMenuRequested, this, &RoomForm::OnUserListContextMenuRequested);
+    connect(mp_ui->userList, &QTreeWidget::itemActivated, this, &RoomForm::OnUserActivated);
 }
 
 RoomForm::~RoomForm() = default;
@@ -174,14 +176,12 @@ void RoomForm::OnRoomChat(std::string const& i_room, std::string const& i_user, 
 
 QString RoomForm::ChatLineHtml(std::string const& i_user, std::string const& i_chat)
 {
-    return ConvertLinks(QStringLiteral("[<font color=\"blue\">") + EscapeHTML(FromUtf8(i_user)) +
-                        QStringLiteral("</font>] ") + EscapeHTML(FromUtf8(i_chat)));
+    return ChatLine(i_user, i_chat);
 }
 
 void RoomForm::AddStatusMessage(std::string const& i_text)
 {
-    AppendLine(ConvertLinks(QStringLiteral("* <font color=\"green\">") + EscapeHTML(FromUtf8(i_text)) +
-                            QStringLiteral("</font>")));
+    AppendLine(StatusLine(FromUtf8(i_text)));
 }
 
 void RoomForm::AppendLine(QString const& i_html)
@@ -223,6 +223,12 @@ void RoomForm::OnEnterPressed()
     // No echo: the own line shows when the server sends it back.
     gp_server->SendRoomChat(m_room, l_text.toUtf8().toStdString());
     mp_ui->chatEdit->clear();
+}
+
+void RoomForm::OnUserActivated(QTreeWidgetItem* ip_row)
+{
+    // A double click or Return on a user opens the private chat with him.
+    gp_formHost->OpenChatForm(ip_row->data(QRoomUserListItemWidget::UserColumn, Qt::UserRole).toByteArray().toStdString());
 }
 
 void RoomForm::OnUserListContextMenuRequested(QPoint const& i_point)

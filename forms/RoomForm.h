@@ -47,6 +47,7 @@ public slots:
     void OnDisconnected();
     void OnEnterPressed();
     void OnUserListContextMenuRequested(QPoint const& i_point);
+    void OnUserActivated(QTreeWidgetItem* ip_row);
 
 private:
     void ListenToRoom(Item* ip_room);

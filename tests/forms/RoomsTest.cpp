@@ -127,9 +127,10 @@ TEST_F(RoomsTest, ChatLinesShowAsTextInTheirOwnRoomOnly)
               QStringLiteral("[<font color=\"blue\">&lt;i&gt;x&lt;/i&gt; <a href=\"http://a.example/u\">"
                              "http://a.example/u</a></font>] 1&lt;2 &amp; see <a href=\"https://b.example/p?q=1\">"
                              "https://b.example/p?q=1</a>, ok"));
-    // A NUL byte that reaches the form does not end the line; the link's reader ends strings there.
+    // A NUL byte that reaches the form does not end the line (the link's reader ends strings
+    // there); having no glyph, it shows as the mark of an unreadable byte.
     EXPECT_EQ(RoomForm::ChatLineHtml("bob", std::string("a\0b", 3)),
-              QStringLiteral("[<font color=\"blue\">bob</font>] a") + QChar(0) + QStringLiteral("b"));
+              QStringLiteral("[<font color=\"blue\">bob</font>] a") + QChar(QChar::ReplacementCharacter) + QStringLiteral("b"));
 
     LogIn();
     RoomForm* lp_one = Enter("one");
@@ -263,7 +264,7 @@ TEST_F(RoomsTest, UserRowsComeOnceWithTheLastNumberAndSortByValue)
     QApplication::processEvents();
     QRect const l_rowRect = lp_list->visualItemRect(l_row("eve"));
     EXPECT_EQ(MenuShownBy([&] { lp_form->OnUserListContextMenuRequested(l_rowRect.center()); }),
-              QStringList{QStringLiteral("Add user to list")});
+              (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list")}));
     QPoint const l_beside(5, lp_list->viewport()->height() - 2);
     ASSERT_FALSE(lp_list->itemAt(l_beside));
     EXPECT_EQ(MenuShownBy([&] { lp_form->OnUserListContextMenuRequested(l_beside); }),

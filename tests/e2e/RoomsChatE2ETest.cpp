@@ -1,0 +1,124 @@
+// The client under test is the window of this process, logged in to the real central server
+// beside a real second client (bob) and a raw frame client (carol) that types where a third
+// party must.
+#include <gtest/gtest.h>
+
+#include <QLineEdit>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTextBrowser>
+#include <QToolBar>
+#include <QToolButton>
+#include <QTreeWidget>
+
+#include "CentralServerProcess.h"
+#include "ClientProcess.h"
+#include "SavedGraph.h"
+#include "shell/MainWindow.h"
+#include "support/AppEnvironment.h"
+#include "support/RawClient.h"
+#include "support/WaitFor.h"
+
+namespace
+{
+void Seed(QString const& i_file, std::string const& i_name, bool i_autojoin)
+{
+    SavedGraph l_seed;
+    l_seed.Set("global", "username", i_name);
+    l_seed.Set("global", "password", i_name + "-pw");
+    l_seed.Set("global", "use_upnp", "no");
+    if (i_autojoin)
+        l_seed.AddAutojoinRoom("e2e-lobby");
+    ASSERT_TRUE(l_seed.Save(i_file));
+}
+
+QTreeWidgetItem* Row(QTreeWidget* ip_tree, int i_column, QString const& i_text)
+{
+    QList<QTreeWidgetItem*> const l_rows = ip_tree->findItems(i_text, Qt::MatchExactly, i_column);
+    return l_rows.isEmpty() ? nullptr : l_rows.front();
+}
+
+int EventButtons(MainWindow* ip_window)
+{
+    int l_buttons = 0;
+    for (QToolBar* lp_bar : ip_window->findChildren<QToolBar*>())
+        for (QToolButton* lp_button : lp_bar->findChildren<QToolButton*>())
+            if (lp_button->isVisible() && lp_button->text() == QStringLiteral("carol"))
+                ++l_buttons;
+    return l_buttons;
+}
+} // namespace
+
+TEST(RoomsAndChatEndToEnd, RoomListRoomChatAndPrivateMessages)
+{
+    QTemporaryDir l_dir;
+    CentralServerProcess l_server(l_dir.path() + QStringLiteral("/accounts"),
+                                  {QStringLiteral("--country"), QStringLiteral("bob=US"), QStringLiteral("--shared-files"),
+                                   QStringLiteral("bob=1234")});
+    ASSERT_TRUE(l_server.Start());
+    ClientProcess l_bob;
+    Seed(l_bob.DataFile(), "bob", true);
+    ASSERT_TRUE(l_bob.Start());
+    ASSERT_TRUE(l_server.WaitForLine(QStringLiteral("enter room bob e2e-lobby"), 20000)) << l_server.Log().toStdString();
+
+    Seed(AppEnvironment::PrepareHome() + QStringLiteral("/.Tidewick"), "alice", false);
+    MainWindow* lp_window = AppEnvironment::Window();
+    ASSERT_TRUE(l_server.WaitForLine(QStringLiteral("login alice from 127.0.0.1"), 20000));
+
+    // The room list comes with the login; a double click on the name enters the room.
+    auto* lp_rooms = lp_window->findChild<QTreeWidget*>(QStringLiteral("roomList"));
+    ASSERT_NE(lp_rooms, nullptr);
+    ASSERT_TRUE(WaitFor([&] { return Row(lp_rooms, 0, QStringLiteral("e2e-lobby")) != nullptr; }));
+    QTreeWidgetItem* lp_lobby = Row(lp_rooms, 0, QStringLiteral("e2e-lobby"));
+    EXPECT_EQ(lp_lobby->text(1), QStringLiteral("1"));
+    emit lp_rooms->itemDoubleClicked(lp_lobby, 0);
+    ASSERT_TRUE(l_server.WaitForLine(QStringLiteral("enter room alice e2e-lobby")));
+
+    // Bob shows with his flag and file count.
+    auto* lp_roomTabs = lp_window->findChild<QTabWidget*>(QStringLiteral("roomTabWidget"));
+    ASSERT_TRUE(WaitFor([&] { return lp_roomTabs->count() == 1; }));
+    QWidget* lp_room = lp_roomTabs->widget(0);
+    auto* lp_users = lp_room->findChild<QTreeWidget*>(QStringLiteral("userList"));
+    ASSERT_TRUE(WaitFor([&] { return Row(lp_users, 2, QStringLiteral("bob")) != nullptr; }));
+    QTreeWidgetItem* lp_bobRow = Row(lp_users, 2, QStringLiteral("bob"));
+    EXPECT_FALSE(lp_bobRow->icon(1).isNull());
+    EXPECT_EQ(lp_bobRow->text(3), QStringLiteral("1,234"));
+
+    // A line with markup and a link reaches the room and comes back as text with a link.
+    auto* lp_line = lp_room->findChild<QLineEdit*>(QStringLiteral("chatEdit"));
+    lp_line->setText(QStringLiteral("<b>hi</b> http://example.com/x"));
+    QTest::keyClick(lp_line, Qt::Key_Return);
+    EXPECT_TRUE(l_server.WaitForLine(QStringLiteral("room chat alice e2e-lobby to alice, bob")));
+    auto* lp_view = lp_room->findChild<QTextBrowser*>(QStringLiteral("chatView"));
+    ASSERT_TRUE(WaitFor([&] { return lp_view->toPlainText().contains(QStringLiteral("[alice] <b>hi</b>")); }))
+        << lp_view->toPlainText().toStdString();
+    EXPECT_TRUE(lp_view->toHtml().contains(QStringLiteral("href=\"http://example.com/x\"")));
+
+    // Carol writes privately: one tab and one event button for her two lines; alice's client
+    // acknowledges both.
+    auto* lp_chats = lp_window->findChild<QTabWidget*>(QStringLiteral("chatTabControl"));
+    ASSERT_NE(lp_chats, nullptr);
+    RawClient l_carol(2242);
+    ASSERT_EQ(l_carol.Login("carol", "carol-pw"), std::optional<bool>(true));
+    l_carol.Send(Body(22).Str("alice").Str("hello alice"));
+    l_carol.Send(Body(22).Str("alice").Str("are you there?"));
+    ASSERT_TRUE(WaitFor([&] { return l_server.CountLines(QStringLiteral("private message acknowledged alice")) == 2; }))
+        << l_server.Log().toStdString();
+    ASSERT_TRUE(WaitFor([&] { return lp_chats->count() == 1; }));
+    EXPECT_EQ(EventButtons(lp_window), 1);
+
+    // A double click on bob in the room opens a chat with him; bob's client acknowledges
+    // the line alice writes there.
+    emit lp_users->itemActivated(lp_bobRow, 2);
+    ASSERT_TRUE(WaitFor([&] { return lp_chats->count() == 2; }));
+    auto* lp_bobLine = lp_chats->currentWidget()->findChild<QLineEdit*>(QStringLiteral("chatEdit"));
+    lp_bobLine->setText(QStringLiteral("hello bob"));
+    QTest::keyClick(lp_bobLine, Qt::Key_Return);
+    EXPECT_TRUE(l_server.WaitForLine(QStringLiteral("private message acknowledged bob"))) << l_server.Log().toStdString();
+
+    ASSERT_TRUE(l_bob.Terminate()) << l_bob.Output().toStdString();
+    EXPECT_EQ(l_bob.ExitCode(), 0);
+    // Bob's leaving takes his row away.
+    EXPECT_TRUE(WaitFor([&] { return Row(lp_users, 2, QStringLiteral("bob")) == nullptr; }));
+}

@@ -284,7 +284,7 @@ bool ReportLoad(LoadState const& i_state, bool i_whole)
 }
 } // namespace
 
-DataSaver::DataSaver()
+DataSaver::DataSaver() : mp_previous(dataSaver)
 {
     dataSaver = this;
     m_dataLoadedHandlers.swap(WaitingHandlers());
@@ -295,9 +295,11 @@ DataSaver::~DataSaver()
     WaitForBackgroundSave();
     if (dataSaver != this)
         return;
-    // Handlers that outlive the saver are handed to the next one, should there be one.
-    WaitingHandlers().insert(m_dataLoadedHandlers.begin(), m_dataLoadedHandlers.end());
-    dataSaver = nullptr;
+    // Handlers that outlive the saver go back to the one it stood in front of, or wait for the
+    // next one.
+    auto& l_heirs = mp_previous ? mp_previous->m_dataLoadedHandlers : WaitingHandlers();
+    l_heirs.insert(m_dataLoadedHandlers.begin(), m_dataLoadedHandlers.end());
+    dataSaver = mp_previous;
 }
 
 std::set<DataLoadedEventHandler*>& DataSaver::WaitingHandlers()

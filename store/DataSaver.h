@@ -75,6 +75,9 @@ private:
     std::vector<Item*> m_removedWhileCreating;
     bool m_creating = false;
 
+    // Savers nest, newest last: a saver made while another is the global one (a file a test
+    // writes beside the client's) stands in front of it, and hands the global back as it goes.
+    DataSaver* mp_previous;
     std::future<bool> m_backgroundWrite;
     // The stamp of the graph that the file on disk holds; none before the first save.
     std::optional<std::uint64_t> m_savedStamp;

@@ -3,6 +3,8 @@
 // party must.
 #include <gtest/gtest.h>
 
+#include <QApplication>
+#include <QFile>
 #include <QLineEdit>
 #include <QTabWidget>
 #include <QTemporaryDir>
@@ -15,7 +17,11 @@
 #include "CentralServerProcess.h"
 #include "ClientProcess.h"
 #include "SavedGraph.h"
+#include "shell/ActionSetToolBar.h"
 #include "shell/MainWindow.h"
+#include "shell/TimerManager.h"
+#include "store/Data.h"
+#include "ui_MainWindow.h"
 #include "support/AppEnvironment.h"
 #include "support/RawClient.h"
 #include "support/WaitFor.h"
@@ -117,8 +123,79 @@ TEST(RoomsAndChatEndToEnd, RoomListRoomChatAndPrivateMessages)
     QTest::keyClick(lp_bobLine, Qt::Key_Return);
     EXPECT_TRUE(l_server.WaitForLine(QStringLiteral("private message acknowledged bob"))) << l_server.Log().toStdString();
 
+    // Carol's event button brings her form up, and seeing it takes the button away.
+    QToolButton* lp_carolButton = nullptr;
+    for (QToolButton* lp_button : lp_window->findChildren<QToolButton*>())
+        if (lp_button->isVisible() && lp_button->text() == QStringLiteral("carol"))
+            lp_carolButton = lp_button;
+    ASSERT_NE(lp_carolButton, nullptr);
+    lp_carolButton->click();
+    ASSERT_TRUE(WaitFor([&] { return EventButtons(lp_window) == 0; }));
+    EXPECT_EQ(lp_chats->tabText(lp_chats->currentIndex()), QStringLiteral("carol"));
+
+    // A line to carol while she is away is kept, and her own client acknowledges it when it
+    // starts.
+    l_carol.Close();
+    ASSERT_TRUE(l_server.WaitForLine(QStringLiteral("logout carol")));
+    auto* lp_carolLine = lp_chats->currentWidget()->findChild<QLineEdit*>(QStringLiteral("chatEdit"));
+    lp_carolLine->setText(QStringLiteral("see you later"));
+    QTest::keyClick(lp_carolLine, Qt::Key_Return);
+    ASSERT_TRUE(l_server.WaitForLine(QStringLiteral("private message alice -> carol kept")));
+    ClientProcess l_carolClient;
+    Seed(l_carolClient.DataFile(), "carol", false);
+    ASSERT_TRUE(l_carolClient.Start());
+    EXPECT_TRUE(l_server.WaitForLine(QStringLiteral("private message acknowledged carol"), 20000)) << l_server.Log().toStdString();
+
+    // Bob's leaving takes his row away, and his coming back brings it again.
     ASSERT_TRUE(l_bob.Terminate()) << l_bob.Output().toStdString();
     EXPECT_EQ(l_bob.ExitCode(), 0);
-    // Bob's leaving takes his row away.
     EXPECT_TRUE(WaitFor([&] { return Row(lp_users, 2, QStringLiteral("bob")) == nullptr; }));
+    ASSERT_TRUE(l_bob.Start());
+    EXPECT_TRUE(WaitFor([&] { return Row(lp_users, 2, QStringLiteral("bob")) != nullptr; }, 20000));
+
+    // The server goes away and comes back: the room says so, keeps its one tab and is entered
+    // again; the real clients come back by their own timers.
+    ASSERT_TRUE(l_server.Stop());
+    ASSERT_TRUE(WaitFor([&] { return lp_view->toPlainText().endsWith(QStringLiteral("* Disconnected.")); }))
+        << lp_view->toPlainText().toStdString();
+    ASSERT_TRUE(l_server.Start());
+    QMetaObject::invokeMethod(timerManager->HalfMinuteTimer(), "timeout");
+    EXPECT_TRUE(WaitFor([&] { return lp_view->toPlainText().endsWith(QStringLiteral("* Reconnected.")); }, 10000));
+    EXPECT_TRUE(l_server.WaitForLine(QStringLiteral("enter room alice e2e-lobby")));
+    EXPECT_EQ(lp_roomTabs->count(), 1);
+    EXPECT_TRUE(l_server.WaitForLine(QStringLiteral("enter room bob e2e-lobby"), 40000)) << l_server.Log().toStdString();
+    EXPECT_TRUE(WaitFor([&] { return Row(lp_users, 2, QStringLiteral("bob")) != nullptr; }, 10000));
+
+    // Auto-join marked in the window is saved, and a client started with that file enters the
+    // room at its login; unmarked, the room is gone from the file.
+    QString const l_saved = AppEnvironment::Home() + QStringLiteral("/autojoin-saved");
+    auto l_saveAndRead = [&] {
+        dataSaver->Save(&d, l_saved.toLocal8Bit().constData());
+        SavedGraph l_graph;
+        l_graph.Load(l_saved);
+        return l_graph.IsAutojoinRoom("e2e-lobby");
+    };
+    lp_window->show();
+    QApplication::setActiveWindow(lp_window);
+    ASSERT_TRUE(QTest::qWaitForWindowActive(lp_window));
+    lp_window->Widgets()->mainTabWidget->setCurrentWidget(lp_window->Widgets()->roomsTab);
+    lp_room->setFocus();
+    QApplication::processEvents();
+    ASSERT_EQ(actionBar->actions().value(1)->text(), QStringLiteral("Auto-Join Room [off]"));
+    actionBar->actions().value(1)->trigger();
+    EXPECT_TRUE(l_saveAndRead());
+    ClientProcess l_second;
+    ASSERT_TRUE(QFile::copy(l_saved, l_second.DataFile()));
+    ASSERT_TRUE(l_second.Start());
+    EXPECT_TRUE(WaitFor([&] { return l_server.CountLines(QStringLiteral("enter room alice e2e-lobby")) == 2; }, 20000))
+        << l_server.Log().toStdString();
+    ASSERT_TRUE(l_second.Terminate());
+    actionBar->actions().value(1)->trigger();
+    EXPECT_FALSE(l_saveAndRead());
+
+    for (ClientProcess* lp_client : {&l_bob, &l_carolClient})
+    {
+        ASSERT_TRUE(lp_client->Terminate()) << lp_client->Output().toStdString();
+        EXPECT_EQ(lp_client->ExitCode(), 0);
+    }
 }

@@ -373,4 +373,11 @@ TEST_F(DataSaverTest, HandlersAreEnteredAndLeftWithTheirLives)
     EXPECT_EQ(l_early.m_calls, 1);
     EXPECT_NE(lp_first == nullptr, lp_second == nullptr);
     EXPECT_EQ(mp_saver->m_dataLoadedHandlers.size(), 2u);
+    // A saver made for another file while this one is the client's stands in front of it for
+    // its life only.
+    {
+        DataSaver l_nested;
+        EXPECT_EQ(dataSaver, &l_nested);
+    }
+    EXPECT_EQ(dataSaver, mp_saver.get());
 }

@@ -1,20 +1,8 @@
-#include <QApplication>
-#include <QMenu>
-#include <QPlainTextEdit>
-#include <QTextBrowser>
-#include <QToolButton>
-#include <QtTest>
-
 #include "FormsFixture.h"
 #include "forms/ChatForm.h"
-#include "forms/UserListForm.h"
 #include "forms/UserMenuOptions.h"
 #include "shell/DiagnosticsForm.h"
 #include "shell/EventToolBar.h"
-#include "shell/MainWindow.h"
-#include "store/Settings.h"
-#include "support/WaitFor.h"
-#include "ui_MainWindow.h"
 
 namespace
 {
@@ -54,8 +42,6 @@ protected:
         FormsTest::SetUp();
         mp_tabs = mp_window->Widgets()->chatTabControl;
         mp_main = mp_window->Widgets()->mainTabWidget;
-        mp_window->activateWindow();
-        ASSERT_TRUE(QTest::qWaitForWindowActive(mp_window));
     }
     void TearDown() override
     {

@@ -1,19 +1,5 @@
 #include "FormsFixture.h"
 
-#include <QApplication>
-#include <QDialog>
-#include <QMenu>
-#include <QPointer>
-#include <QTimer>
-#include <QTreeWidget>
-
-#include "forms/UserListForm.h"
-#include "server/Server.h"
-#include "shell/MainWindow.h"
-#include "store/Settings.h"
-#include "support/AppEnvironment.h"
-#include "support/WaitFor.h"
-
 QStringList MenuShownBy(std::function<void()> const& i_request)
 {
     QStringList l_texts{QStringLiteral("<no menu>")};
@@ -38,6 +24,10 @@ void FormsTest::SetUp()
 {
     mp_window = AppEnvironment::Window();
     CloseInformationBoxes(QString());
+    // Active, so that focus changes are real.
+    mp_window->show();
+    QApplication::setActiveWindow(mp_window);
+    ASSERT_TRUE(QTest::qWaitForWindowActive(mp_window));
     mp_form = mp_window->UserList();
 }
 
@@ -61,10 +51,10 @@ void FormsTest::LogIn()
     }
 }
 
-QTreeWidgetItem* FormsTest::Row(QTreeWidget* ip_tree, char const* i_name)
+QTreeWidgetItem* FormsTest::Row(QTreeWidget* ip_tree, char const* i_name, int i_column)
 {
     QList<QTreeWidgetItem*> const l_rows =
-        ip_tree->findItems(QString::fromUtf8(i_name), Qt::MatchExactly | Qt::MatchCaseSensitive, 0);
+        ip_tree->findItems(QString::fromUtf8(i_name), Qt::MatchExactly | Qt::MatchCaseSensitive, i_column);
     return l_rows.size() == 1 ? l_rows.front() : nullptr;
 }
 

@@ -2,19 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <QApplication>
-#include <QString>
-#include <QWidget>
+#include <QtTest>
+#include <QtWidgets>
 #include <functional>
 #include <memory>
 
+#include "forms/UserListForm.h"
+#include "server/Server.h"
+#include "shell/ActionSetToolBar.h"
+#include "shell/MainWindow.h"
 #include "store/Data.h"
+#include "store/Settings.h"
+#include "support/AppEnvironment.h"
 #include "support/LoopbackCentral.h"
-
-class MainWindow;
-class QTreeWidget;
-class QTreeWidgetItem;
-class UserListForm;
+#include "support/WaitFor.h"
+#include "ui_MainWindow.h"
 
 template <class Widget>
 Widget* Child(QWidget* ip_parent, char const* i_name)
@@ -54,7 +56,8 @@ protected:
 
     static ItemPtr User(char const* i_name) { return d.GetType("user")->GetItem(i_name); }
     static bool Has(ItemPtr i_item, char const* i_type) { return i_item && i_item.HasItem(i_type); }
-    static QTreeWidgetItem* Row(QTreeWidget* ip_tree, char const* i_name);
+    // The one row whose column shows the name; null when none or several do.
+    static QTreeWidgetItem* Row(QTreeWidget* ip_tree, char const* i_name, int i_column = 0);
     // Closes and deletes the dialogs that tests opened.
     static void CloseDialogs();
 

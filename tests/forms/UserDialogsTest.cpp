@@ -1,22 +1,7 @@
-#include <QApplication>
-#include <QGroupBox>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QPushButton>
-#include <QSpinBox>
-#include <QTabWidget>
-#include <QtTest>
-#include <QTreeWidget>
-
 #include "FormsFixture.h"
-#include "shell/MainWindow.h"
-#include "ui_MainWindow.h"
 #include "forms/AddUserDialog.h"
 #include "forms/UserGroupConfigDialog.h"
 #include "forms/UserGroupsDialog.h"
-#include "forms/UserListForm.h"
-#include "shell/ActionSetToolBar.h"
-#include "support/WaitFor.h"
 
 namespace
 {
@@ -177,21 +162,12 @@ TEST_F(FormsTest, AddUserRefusesWhileOfflineAndOnlineWaitsForItsOwnAnswer)
 
 TEST_F(FormsTest, UsersPageShowsItsToolBarActions)
 {
-    mp_window->show();
-    QApplication::setActiveWindow(mp_window);
-    ASSERT_TRUE(QTest::qWaitForWindowActive(mp_window));
-    QTabWidget* lp_tabs = mp_window->Widgets()->mainTabWidget;
-    lp_tabs->setCurrentWidget(mp_window->Widgets()->usersTab);
+    mp_window->Widgets()->mainTabWidget->setCurrentWidget(mp_window->Widgets()->usersTab);
     QApplication::processEvents();
-
-    QAction* lp_add = nullptr;
     QStringList l_texts;
     for (QAction* lp_action : actionBar->actions())
-    {
         l_texts << lp_action->text();
-        if (lp_action->text() == QStringLiteral("Add User"))
-            lp_add = lp_action;
-    }
+    QAction* lp_add = actionBar->actions().value(l_texts.indexOf(QStringLiteral("Add User")));
     EXPECT_TRUE(l_texts.contains(QStringLiteral("Configure User Groups"))) << l_texts.join(u'|').toStdString();
     // Several add-user dialogs may stand open.
     ASSERT_TRUE(lp_add);

@@ -1,14 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <QLineEdit>
-#include <QPointer>
-
-#include "support/AppEnvironment.h"
+#include "AppTest.h"
 #include "forms/ChangeListeningPortDialog.h"
 #include "forms/ChangeUsernamePasswordDialog.h"
-#include "shell/MainWindow.h"
-#include "store/Settings.h"
-#include "ui_MainWindow.h"
 
 namespace
 {

@@ -1,26 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <iterator>
-#include <string>
 
-#include <QAction>
-#include <QCheckBox>
-#include <QFile>
-#include <QMenu>
-#include <QSignalSpy>
-#include <QTabWidget>
-#include <QTest>
-#include <QTimer>
-
-#include "support/AppEnvironment.h"
-#include "server/Server.h"
+#include "AppTest.h"
 #include "shell/ActionSetToolBar.h"
-#include "shell/MainWindow.h"
-#include "shell/TimerManager.h"
 #include "store/DataSaver.h"
-#include "store/Settings.h"
-#include "ui_MainWindow.h"
 
 using namespace Qt::StringLiterals;
 

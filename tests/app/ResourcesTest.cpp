@@ -1,7 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <QDir>
-#include <QImage>
+#include "AppTest.h"
 
 // Every flag a room may show is in the resources, by code, as a 16 x 11 image: the codes of the
 // system's set, the European flag under "eu", and the one drawn for "je".

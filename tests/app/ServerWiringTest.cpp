@@ -1,12 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <QSignalSpy>
-#include <QTimer>
-
-#include "server/Server.h"
-#include "shell/TimerManager.h"
-#include "store/Settings.h"
-#include "support/AppEnvironment.h"
+#include "AppTest.h"
 #include "support/LoopbackCentral.h"
 #include "support/WaitFor.h"
 

@@ -114,9 +114,6 @@ TEST_F(ChatFormTest, MessagesOpenTabsQuietlyAndButtonsLastUntilTheFormIsSeen)
     ASSERT_TRUE(WaitFor([&] { return mp_tabs->count() == 2; }));
     EXPECT_EQ(Lines(Form(1)), QStringList{QStringLiteral("[ann] later")});
     EXPECT_EQ(ChatWidgetItems(), 2u);
-    emit mp_tabs->tabCloseRequested(0);
-    EXPECT_EQ(ChatWidgetItems(), 1u);
-    EXPECT_EQ(mp_tabs->count(), 1);
 }
 
 TEST_F(ChatFormTest, MenuOpensTheChatAndLinesTypedOfflineAreNotSent)

@@ -129,8 +129,7 @@ TEST_F(RoomsTest, TheChatViewIsCutAtALineEndPastItsBound)
     RoomForm* lp_form = EnterByGraph("busy");
     ASSERT_TRUE(lp_form);
     QTextBrowser* lp_view = View(lp_form);
-    std::string const l_long(131072, 'x');
-    lp_form->OnRoomChat("busy", "first", l_long);
+    lp_form->OnRoomChat("busy", "first", std::string(131072, 'x'));
     qsizetype l_largest = 0;
     bool l_cut = false;
     std::string l_last;
@@ -202,8 +201,7 @@ TEST_F(RoomsTest, UserRowsComeOnceWithTheLastNumberAndSortByValue)
     QTreeWidgetItem* lp_dan = l_row("Dan");
     EXPECT_EQ(lp_dan->text(4), QStringLiteral("1.5"));
     EXPECT_EQ(lp_dan->text(3), QStringLiteral("1,234"));
-    EXPECT_EQ(QRoomUserListItemWidget::FlagResource(QStringLiteral("US")), QStringLiteral(":/resources/flags/us.png"));
-    EXPECT_EQ(lp_dan->icon(1).isNull(), !QFile::exists(QStringLiteral(":/resources/flags/us.png")));
+    EXPECT_FALSE(lp_dan->icon(1).isNull());
     // Later changes leave the row as it was made.
     l_set(l_dan, "average_download_speed", "0");
     l_room += l_dan;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <thread>
 
 #include <QStringList>
 
@@ -18,12 +17,12 @@ namespace
 {
 QString const s_area = QStringLiteral("Data File");
 
-void AppendInt(std::string& io_bytes, std::int32_t i_value)
+// A file integer: four bytes, little-endian.
+void PutInt(unsigned char* o_at, std::int32_t i_value)
 {
     auto const l_bits = static_cast<std::uint32_t>(i_value);
-    char const l_little[4] = {static_cast<char>(l_bits & 0xff), static_cast<char>((l_bits >> 8) & 0xff),
-                              static_cast<char>((l_bits >> 16) & 0xff), static_cast<char>(l_bits >> 24)};
-    io_bytes.append(l_little, 4);
+    for (int l_byte = 0; l_byte < 4; ++l_byte)
+        o_at[l_byte] = static_cast<unsigned char>(l_bits >> (8 * l_byte));
 }
 
 // Puts items in address order by their addresses' bits, a few at a time: much quicker than
@@ -64,15 +63,7 @@ class FileBytes
 {
 public:
     explicit FileBytes(std::size_t i_expected) { m_bytes.resize(i_expected); }
-    void Int(std::int32_t i_value)
-    {
-        auto const l_bits = static_cast<std::uint32_t>(i_value);
-        unsigned char* lp_at = Reserve(4);
-        lp_at[0] = static_cast<unsigned char>(l_bits);
-        lp_at[1] = static_cast<unsigned char>(l_bits >> 8);
-        lp_at[2] = static_cast<unsigned char>(l_bits >> 16);
-        lp_at[3] = static_cast<unsigned char>(l_bits >> 24);
-    }
+    void Int(std::int32_t i_value) { PutInt(Reserve(4), i_value); }
     void Byte(char i_byte) { *Reserve(1) = static_cast<unsigned char>(i_byte); }
     void Text(std::string_view i_text)
     {
@@ -320,7 +311,9 @@ bool DataSaver::IsSavedType(std::string const& i_type) const
 
 void DataSaver::WriteString(std::string& io_bytes, std::string_view i_text)
 {
-    AppendInt(io_bytes, static_cast<std::int32_t>(i_text.size()));
+    unsigned char l_size[4];
+    PutInt(l_size, static_cast<std::int32_t>(i_text.size()));
+    io_bytes.append(reinterpret_cast<char const*>(l_size), 4);
     io_bytes.append(i_text);
 }
 

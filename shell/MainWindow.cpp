@@ -36,6 +36,13 @@ MainWindow* mainWindow = nullptr;
 
 namespace
 {
+// Hands focus to the form on the current tab, which passes it on to its line to type in.
+void FocusCurrentTab(QTabWidget* ip_tabs)
+{
+    if (QWidget* lp_form = ip_tabs->currentWidget())
+        lp_form->setFocus(Qt::OtherFocusReason);
+}
+
 template <class Control>
 void DisableWithReason(Control* ip_control, QString const& i_reason)
 {
@@ -181,9 +188,9 @@ void MainWindow::OnMainWindowTabChanged(int)
     else if (lp_page == mp_ui->usersTab)
         mp_userListForm->FocusCurrentPage();
     else if (lp_page == mp_ui->chatTab)
-        FocusCurrentChat();
+        FocusCurrentTab(mp_ui->chatTabControl);
     else if (lp_page == mp_ui->roomsTab)
-        FocusCurrentRoom();
+        FocusCurrentTab(mp_ui->roomTabWidget);
 }
 
 void MainWindow::OnToolBarActionTriggered(std::string i_action)
@@ -299,13 +306,7 @@ void MainWindow::OnEnteredRoom(ConnectionInfo& i_info)
 void MainWindow::OnRoomTabChanged(int i_index)
 {
     if (i_index != -1)
-        FocusCurrentRoom();
-}
-
-void MainWindow::FocusCurrentRoom()
-{
-    if (QWidget* lp_form = mp_ui->roomTabWidget->currentWidget())
-        lp_form->setFocus(Qt::OtherFocusReason);
+        FocusCurrentTab(mp_ui->roomTabWidget);
 }
 
 void MainWindow::OnRoomTabContextMenuRequested(QPoint const& i_point)
@@ -461,7 +462,7 @@ void MainWindow::OnChatTabChanged(int)
     // makes current, must not take the focus from elsewhere.
     QWidget* const lp_focus = QApplication::focusWidget();
     if (!g_showIsOver && mp_ui->chatTab->isVisible() && (!lp_focus || mp_ui->chatTab->isAncestorOf(lp_focus)))
-        FocusCurrentChat();
+        FocusCurrentTab(mp_ui->chatTabControl);
 }
 
 ChatForm* MainWindow::GetChatForm(std::string const& i_user)
@@ -501,8 +502,3 @@ void MainWindow::OnChatTabClosed(int i_index)
     lp_form->deleteLater();
 }
 
-void MainWindow::FocusCurrentChat()
-{
-    if (QWidget* lp_form = mp_ui->chatTabControl->currentWidget())
-        lp_form->setFocus(Qt::OtherFocusReason);
-}

@@ -72,7 +72,6 @@ private:
     void DisableControlsNotYetBuilt();
     void DeclareSettingsTypes();
     void SetUpPrivateChat();
-    void FocusCurrentChat();
     void OnSetDownloadFolder();
     void OnCreateRoom();
     void SetConnectionIcon(char const* i_icon);
@@ -86,7 +85,6 @@ private:
     void OnEnteredRoom(ConnectionInfo& i_info);
     RoomForm* OpenRoomForm(std::string const& i_room) const;
     void EnterRoomOfRow(QTreeWidgetItem* ip_row);
-    void FocusCurrentRoom();
 
     std::unique_ptr<Ui::MainWindow> mp_ui;
     Server* mp_server = nullptr;

@@ -4,6 +4,7 @@
 #include <QMenu>
 
 #include "forms/UserGroupsDialog.h"
+#include "peer/PeerMessenger.h"
 #include "shell/FormHost.h"
 #include "store/Data.h"
 
@@ -39,6 +40,7 @@ UserMenuOptions::UserMenuOptions(QMenu* ip_menu, std::string const& i_user, QObj
     }
     else
         l_add(":/icons/add_user_icon", "Add user to list", &UserMenuOptions::OnAddToList);
+    l_add(":/icons/browse_icon", "Browse user's files", &UserMenuOptions::OnBrowseUser);
 }
 
 std::string UserMenuOptions::SenderUser(QObject* ip_sender)
@@ -76,4 +78,11 @@ void UserMenuOptions::OnAddToList()
     if (!l_item["in_user_list"])
         l_item.NewItem("in_user_list");
     OpenGroupsDialog(l_user);
+}
+
+void UserMenuOptions::OnBrowseUser()
+{
+    std::string const l_user = SenderUser(sender());
+    if (UserItem(l_user) && peerMessenger)
+        peerMessenger->GetUserSharedFiles(l_user);
 }

@@ -18,6 +18,7 @@ private slots:
     void OnSetGroups();
     void OnRemoveFromList();
     void OnAddToList();
+    void OnBrowseUser();
 
 private:
     static std::string SenderUser(QObject* ip_sender);

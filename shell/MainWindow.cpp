@@ -26,6 +26,7 @@
 #include "shell/InformationBox.h"
 #include "shell/ShowState.h"
 #include "shell/TimerManager.h"
+#include "peer/PeerMessenger.h"
 #include "store/Data.h"
 #include "store/DataSaver.h"
 #include "store/Log.h"
@@ -81,6 +82,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     DeclareActionSets();
     SetUpRooms();
     DisableControlsNotYetBuilt();
+    SetUpPeerMessenger();
 
     DeclareSettingsTypes();
     SetUpPrivateChat();
@@ -124,12 +126,31 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, this, &MainWindow::EveryFiveMinutes);
 }
 
+void MainWindow::SetUpPeerMessenger()
+{
+    auto* lp_messenger = new PeerMessenger();
+    connect(mp_server, &Server::Connected, lp_messenger, &PeerMessenger::OnConnectedToServer);
+    connect(mp_server, &Server::IndirectPeerConnectionFailure, lp_messenger, &PeerMessenger::OnIndirectPeerConnectionFailure);
+    connect(timerManager->HalfMinuteTimer(), &QTimer::timeout, lp_messenger, &PeerMessenger::EveryHalfMinute);
+    connect(lp_messenger, &PeerMessenger::ListeningChanged, this, &MainWindow::OnListeningChanged);
+}
+
+void MainWindow::OnListeningChanged()
+{
+    QString const l_error = peerMessenger->ListenError();
+    mp_ui->listeningNoticeLabel->setText(l_error.isEmpty() ? QString()
+                                                           : tr("Could not listen for peer connections on port %1: %2")
+                                                                 .arg(QString::fromStdString(GetGlobal("listening_port")), l_error));
+    mp_ui->listeningNoticeLabel->setVisible(!l_error.isEmpty());
+}
+
 MainWindow::~MainWindow()
 {
     g_showIsOver = true;
     mp_server->Disconnect();
     d.RemoveDisconnectedItems();
     dataSaver->Save(&d, DataFileName().c_str());
+    delete peerMessenger;
     delete mp_server;
     delete dataSaver;
     delete timerManager;

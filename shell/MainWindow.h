@@ -66,12 +66,14 @@ private slots:
     void OnRoomListItemDoubleClicked(QTreeWidgetItem* ip_item, int i_column);
     void OnRoomTabChanged(int i_index);
     void OnRoomTabContextMenuRequested(QPoint const& i_point);
+    void OnListeningChanged();
 
 private:
     void DeclareActionSets();
     void DisableControlsNotYetBuilt();
     void DeclareSettingsTypes();
     void SetUpPrivateChat();
+    void SetUpPeerMessenger();
     void OnSetDownloadFolder();
     void OnCreateRoom();
     void SetConnectionIcon(char const* i_icon);

@@ -72,6 +72,18 @@ void MemStream::EnsureBufferCapacity(int i_size)
     l_buffer.m_bufferSize = i_size;
 }
 
+void MemStream::GrowBuffer(int i_size)
+{
+    Buffer& l_buffer = *mp_buffer;
+    if (i_size <= l_buffer.m_bufferSize)
+        return;
+    auto lp_bytes = std::make_unique_for_overwrite<char[]>(i_size);
+    if (l_buffer.m_writeIndex > 0)
+        std::memcpy(lp_bytes.get(), l_buffer.mp_bytes.get(), l_buffer.m_writeIndex);
+    l_buffer.mp_bytes = std::move(lp_bytes);
+    l_buffer.m_bufferSize = i_size;
+}
+
 char* MemStream::GetWriteBuffer()
 {
     return mp_buffer->mp_bytes.get() + mp_buffer->m_writeIndex;

@@ -22,6 +22,8 @@ public:
     // Receiving straight into storage: prepare the buffer for one frame, let the socket write
     // at GetWriteBuffer(), at most GetBufferSize() - GetWriteIndex() bytes, then advance.
     void EnsureBufferCapacity(int i_size);
+    // Makes the capacity exactly i_size, keeping what was written; a larger capacity stays.
+    void GrowBuffer(int i_size);
     char* GetWriteBuffer();
     void AdvanceWriteIndex(int i_count);
 

@@ -1,0 +1,167 @@
+#include "peer/PeerMessageHandler.h"
+
+#include "peer/Compression.h"
+#include "peer/PeerLog.h"
+#include "peer/PeerMessageCode.h"
+#include "peer/PeerMessenger.h"
+#include "peer/ShareList.h"
+
+using namespace PeerText;
+
+bool PeerMessageHandler::Handle(QTcpSocket* ip_socket, std::string const& i_user, MemStream& i_message)
+{
+    std::uint32_t l_code = 0;
+    if (!i_message.Read(l_code))
+    {
+        Line(1, QStringLiteral("Could not read message code on connection to user %1, disposing of socket").arg(Q(i_user)));
+        return false;
+    }
+    Line(1, QStringLiteral("Received %1 message from user %2").arg(PeerCode::Name(static_cast<int>(l_code)), Q(i_user)));
+
+    std::string l_file;
+    std::string l_text;
+    std::uint32_t l_number = 0;
+    switch (l_code)
+    {
+    case PeerCode::GetSharedFileList:
+    {
+        MemStream l_answer = mr_messenger.m_shareListResponder ? mr_messenger.m_shareListResponder(i_user)
+                                                               : ShareListMessage(FileInfoMap());
+        mr_messenger.SendMessage(ip_socket, l_answer);
+        return true;
+    }
+    case PeerCode::SharedFileList:
+        return OnShareList(i_user, i_message);
+    case PeerCode::FileSearchResult:
+        return OnSearchResult(i_user, i_message);
+    case PeerCode::GetSharedFilesInFolder:
+        if (!i_message.Read(l_number) || !i_message.Read(l_text))
+            return false;
+        emit mr_messenger.SharedFilesInFolderRequested(i_user, l_number, l_text);
+        return true;
+    case PeerCode::TransferRequest:
+        return OnTransferRequest(i_user, i_message);
+    case PeerCode::TransferResponse:
+        return OnTransferResponse(i_user, i_message);
+    case PeerCode::QueueUpload:
+        if (!i_message.Read(l_file))
+            return false;
+        emit mr_messenger.QueueUploadRequested(i_user, l_file);
+        return true;
+    case PeerCode::UploadPlaceInLine:
+        if (!i_message.Read(l_file) || !i_message.Read(l_number))
+            return false;
+        emit mr_messenger.DownloadPlaceInLine(i_user, l_file, static_cast<int>(l_number));
+        return true;
+    case PeerCode::UploadFailed:
+        if (!i_message.Read(l_file))
+            return false;
+        emit mr_messenger.UploadFailed(i_user, l_file);
+        return true;
+    case PeerCode::UploadDenied:
+        if (!i_message.Read(l_file) || !i_message.Read(l_text))
+            return false;
+        emit mr_messenger.UploadDenied(i_user, l_file, l_text);
+        return true;
+    default:
+        // Named or not, a code this client does not act on changes nothing.
+        return true;
+    }
+}
+
+bool PeerMessageHandler::InflateBody(std::string const& i_user, int i_code, MemStream& i_message, MemStream& o_body,
+                                     bool& o_close)
+{
+    o_close = false;
+    InflateResult const l_result =
+        Inflate(i_message.GetReadBuffer(), static_cast<std::size_t>(i_message.GetPendingReadLength()), o_body);
+    if (l_result == InflateResult::TooLarge)
+    {
+        Line(1, QStringLiteral("%1 message from user %2 inflates to more than %3 bytes; closing")
+                    .arg(PeerCode::Name(i_code), Q(i_user))
+                    .arg(PeerLimits::s_maxInflatedBytes));
+        o_close = true;
+        return false;
+    }
+    if (l_result == InflateResult::OutOfMemory)
+    {
+        Line(1, QStringLiteral("Memory ran out while inflating a %1 message from user %2; the message is dropped")
+                    .arg(PeerCode::Name(i_code), Q(i_user)));
+        return false;
+    }
+    // Bad data leaves the body empty, and its first read fails.
+    return true;
+}
+
+bool PeerMessageHandler::OnShareList(std::string const& i_user, MemStream& i_message)
+{
+    MemStream l_body;
+    bool l_close = false;
+    if (!InflateBody(i_user, PeerCode::SharedFileList, i_message, l_body, l_close))
+        return !l_close;
+    FileInfoMap l_share;
+    ShareListRead const l_read = ReadFileInfoMap(l_body, l_share);
+    if (l_read == ShareListRead::TooManyFiles)
+        Line(1, QStringLiteral("Share list from user %1 holds more than %2 files; closing")
+                    .arg(Q(i_user))
+                    .arg(PeerLimits::s_maxShareListFiles));
+    if (l_read != ShareListRead::Ok)
+        return false;
+    AttributeTranslationTable l_table;
+    if (!ReadTranslationTable(l_body, l_table))
+        l_table.clear();
+    emit mr_messenger.UserShare(i_user, l_share, l_table);
+    return true;
+}
+
+bool PeerMessageHandler::OnSearchResult(std::string const& i_user, MemStream& i_message)
+{
+    MemStream l_body;
+    bool l_close = false;
+    if (!InflateBody(i_user, PeerCode::FileSearchResult, i_message, l_body, l_close))
+        return !l_close;
+    ItemPtr l_results;
+    SearchResultReader::Result const l_read = m_searchResults.Read(l_body, i_user, l_results);
+    if (l_read == SearchResultReader::Result::Bad)
+        return false;
+    if (l_read == SearchResultReader::Result::Accepted)
+        emit mr_messenger.SearchResults(l_results);
+    return true;
+}
+
+bool PeerMessageHandler::OnTransferRequest(std::string const& i_user, MemStream& i_message)
+{
+    std::uint32_t l_direction = 0;
+    std::uint32_t l_req = 0;
+    std::string l_file;
+    std::uint64_t l_size = 0;
+    if (!i_message.Read(l_direction) || !i_message.Read(l_req) || !i_message.Read(l_file))
+        return false;
+    // Only an upload offer carries a size; another direction is passed on as it came.
+    if (l_direction == 1 && !i_message.Read(l_size))
+        return false;
+    emit mr_messenger.FileTransferRequested(i_user, static_cast<int>(l_direction), l_req, l_file,
+                                            static_cast<qint64>(l_size));
+    return true;
+}
+
+bool PeerMessageHandler::OnTransferResponse(std::string const& i_user, MemStream& i_message)
+{
+    std::uint32_t l_req = 0;
+    std::uint8_t l_accepted = 0;
+    if (!i_message.Read(l_req) || !i_message.Read(l_accepted))
+        return false;
+    if (l_accepted == 0)
+    {
+        std::string l_reason;
+        if (!i_message.Read(l_reason))
+            return false;
+        emit mr_messenger.FileTransferResponse(i_user, l_req, false, false, 0, l_reason);
+        return true;
+    }
+    std::uint64_t l_size = 0;
+    bool const l_withSize = i_message.Read(l_size);
+    emit mr_messenger.FileTransferResponse(i_user, l_req, true, l_withSize, l_withSize ? static_cast<qint64>(l_size) : 0,
+                                           std::string());
+    return true;
+}

@@ -1,0 +1,173 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "peer/ShareList.h"
+#include "peer/SocketBufferInfo.h"
+#include "store/DataHandler.h"
+#include "store/DataLoadedEventHandler.h"
+#include "store/ItemPtr.h"
+#include "stream/FrameReader.h"
+#include "stream/MemStream.h"
+
+class PeerMessageHandler;
+class Type;
+
+// Connections between clients and the messages on them. A connection to a user is tried both
+// ways at once: by dialling the user's address, and by asking the central server to have the
+// user dial back; the first way up wins. "P" connections stay here and carry messages; "F" and
+// "D" sockets are handed to their owners by signal. Every socket and attempt is an item while
+// it lives, and a message to a user without a connection waits in a queue for one.
+class PeerMessenger : public QObject, public DataHandler, public DataLoadedEventHandler
+{
+    Q_OBJECT
+public:
+    // The answer to a request for the own share list, composed by the shares subsystem.
+    using ShareListResponder = std::function<MemStream(std::string const& i_user)>;
+
+    static constexpr int s_defaultListeningPort = 2235;
+
+    explicit PeerMessenger(QObject* ip_parent = nullptr);
+    ~PeerMessenger() override;
+
+    void DataLoaded() override;
+
+    void ConnectToUser(std::string const& i_user, char const* i_type);
+    void RequestFileConnectionToUser(std::string const& i_user) { ConnectToUser(i_user, "F"); }
+    void RequestDNetConnection(std::string const& i_user) { ConnectToUser(i_user, "D"); }
+
+    bool SendMessage(QTcpSocket* ip_socket, MemStream& i_message);
+    // i_message starts with its code; it is not written to afterwards by the caller.
+    void SendMessage(std::string const& i_user, MemStream& i_message);
+    void SendUnsentMessages(std::string const& i_user);
+
+    static QString MessageCodeToString(int i_code);
+
+    void GetUserSharedFiles(std::string const& i_user);
+    void QueueDownload(std::string const& i_user, std::string const& i_file);
+    unsigned int RequestUpload(std::string const& i_user, std::string const& i_file, qint64 i_size);
+    void AcceptTransferRequest(std::string const& i_user, unsigned int i_req, bool i_withSize, qint64 i_size);
+    void DenyTransferRequest(std::string const& i_user, unsigned int i_req, std::string const& i_reason);
+    void DenyUpload(std::string const& i_user, std::string const& i_file, std::string const& i_reason);
+
+    void SetShareListResponder(ShareListResponder i_responder) { m_shareListResponder = std::move(i_responder); }
+
+    // Why the listener is not listening; empty while it listens.
+    QString ListenError() const { return m_listenError; }
+    quint16 ListeningPort() const { return m_listener.serverPort(); }
+    std::size_t SocketRecordCount() const { return m_buffers.size(); }
+    std::uint64_t QueuedBytes() const { return m_queuedBytes; }
+
+    bool HandleMessage(QTcpSocket* ip_socket, MemStream& i_message);
+
+signals:
+    void FileConnectionAccepted(std::string const& i_user, QTcpSocket* ip_socket);
+    void FileConnectionRequested(std::string const& i_user, QTcpSocket* ip_socket, unsigned int i_requestID);
+    void DNetConnectionAccepted(std::string const& i_user, QTcpSocket* ip_socket);
+    void DNetConnectionRequested(std::string const& i_user, QTcpSocket* ip_socket);
+
+    void SearchResults(ItemPtr i_searchResults);
+    void UserShare(std::string const& i_userName, FileInfoMap& i_share, AttributeTranslationTable& i_translationTable);
+    void SharedFilesInFolderRequested(std::string const& i_user, quint32 i_req, std::string const& i_folder);
+    void FileTransferRequested(std::string const& i_user, int i_direction, unsigned int i_req, std::string const& i_file,
+                               qint64 i_fileSize);
+    void FileTransferResponse(std::string const& i_user, unsigned int i_req, bool i_accepted, bool i_receivedFileSize,
+                              qint64 i_fileSize, std::string const& i_denialReason);
+    void QueueUploadRequested(std::string const& i_user, std::string const& i_file);
+    void DownloadPlaceInLine(std::string const& i_user, std::string const& i_file, int i_place);
+    void UploadFailed(std::string const& i_user, std::string const& i_file);
+    void UploadDenied(std::string const& i_user, std::string const& i_file, std::string const& i_reason);
+
+    // The listener started or stopped listening; ListenError() tells why not.
+    void ListeningChanged();
+
+public slots:
+    void OnNewConnection();
+    void OnConnectedToServer();
+    void OnIndirectResponseSocketConnected();
+    void OnConnectToPeerSocketConnected();
+    void OnConnectToPeerSocketError(QAbstractSocket::SocketError i_error);
+    void OnIndirectPeerConnectionFailure(unsigned int i_req);
+    void OnSocketClosed();
+    void OnSocketError(QAbstractSocket::SocketError i_error);
+    void OnSocketReadyToRead();
+    void EveryHalfMinute();
+
+private:
+    friend class PeerMessageHandler;
+
+    struct Types
+    {
+        Type* mp_user;
+        Type* mp_uninitialized;
+        Type* mp_peerSocket;
+        Type* mp_openTime;
+        Type* mp_request;
+        Type* mp_requestId;
+        Type* mp_connectionType;
+        Type* mp_requestSocket;
+        Type* mp_address;
+        Type* mp_port;
+        Type* mp_creationTime;
+        Type* mp_attempt;
+        Type* mp_attemptStatus;
+        Type* mp_attemptSocket;
+        Type* mp_indirect;
+        Type* mp_sendTime;
+        Type* mp_unsent;
+        Type* mp_sendOrder;
+    };
+
+    void OnPeerConnectionRequest(Item* ip_request);
+    void OnUserAddress(Item* ip_user);
+
+    bool Listen();
+    void StartDirectAttempt(ItemPtr i_attempt, ItemPtr i_user, char const* i_type);
+    void InspectPeerConnectionRequest(ItemPtr i_attempt);
+    void DisposeOfPeerConnectionRequest(ItemPtr i_attempt);
+    void DisposeOfSocket(QTcpSocket* ip_socket);
+    void DisposeOfSocketInner(QTcpSocket* ip_socket);
+    void AssertNoSocketOverlap(QTcpSocket* ip_socket);
+    // The first frame on an accepted socket, and the dial-back answer.
+    bool InitializeSocket(QTcpSocket* ip_socket, MemStream& i_message);
+    bool AcceptIndirectAnswer(QTcpSocket* ip_socket, MemStream& i_message);
+    void OpenMessagingConnection(QTcpSocket* ip_socket, ItemPtr i_user);
+    // The handover of a socket to its new owner; closes it when no owner is listening.
+    void HandOver(QTcpSocket* ip_socket, std::string const& i_user, char i_type, bool i_accepted,
+                  unsigned int i_requestId = 0);
+    void CloseAndDelete(QTcpSocket* ip_socket);
+    void QueueMessage(ItemPtr i_user, MemStream& i_message);
+    void RemoveUnsent(Item* ip_message);
+    void MakeRoomInQueue(std::uint64_t i_incoming);
+    void MakeRoomForUninitialized();
+    void MakeRoomForMessaging();
+
+    ItemPtr SocketItem(Type* ip_type, QTcpSocket* ip_socket) const;
+    ItemPtr User(std::string const& i_user) const;
+    SocketBufferInfo& Buffer(QTcpSocket* ip_socket);
+    void Touch(QTcpSocket* ip_socket);
+    QString PeerName(QTcpSocket* ip_socket) const;
+
+    Types m_types;
+    QTcpServer m_listener;
+    std::unordered_map<QTcpSocket*, SocketBufferInfo> m_buffers;
+    FrameReader::Budget m_budget;
+    std::uint32_t m_sendOrder = 0;
+    std::uint64_t m_acceptCounter = 0;
+    std::uint64_t m_queuedBytes = 0;
+    QString m_listenError;
+    ShareListResponder m_shareListResponder;
+    std::unique_ptr<PeerMessageHandler> mp_handler;
+};
+
+extern PeerMessenger* peerMessenger;
+extern bool g_peerMessengerDeleted;

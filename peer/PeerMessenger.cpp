@@ -144,7 +144,7 @@ void PeerMessenger::DataLoaded()
     if (ItemPtr const l_newPort = GetGlobalValue("new_listening_port"))
     {
         SetGlobal("listening_port", Value(l_newPort.AsString()));
-        d.GetType("global")->GetItem("new_listening_port").Remove();
+        d.GetType("global")->GetItem("new_listening_port")->Remove();
     }
     connect(&m_listener, &QTcpServer::newConnection, this, &PeerMessenger::OnNewConnection, Qt::UniqueConnection);
     Listen();

@@ -56,3 +56,38 @@ TEST(ServerFrameReaderTest, AGrowingFrameEndsAtItsLengthWhenTheNextFrameFollowsI
     }
     EXPECT_EQ(l_reader.ReadFrom(l_device), ServerFrameReader::NeedMore);
 }
+
+// Readers that share a budget: the one whose body would pass it is refused, what the others
+// hold is counted until they go, and a buffer grown past the kept size is given back.
+TEST(FrameReaderTest, ASharedBudgetCapsAllBuffersAndLargeOnesAreGivenBack)
+{
+    FrameReader::Budget l_budget{300 * 1024, 0};
+    QByteArray const l_big = Body(200 * 1024).Raw(QByteArray(200 * 1024, 'a')).Bytes();
+    QByteArray l_first = l_big;
+    QByteArray l_second = l_big;
+    QBuffer l_firstDevice(&l_first);
+    QBuffer l_secondDevice(&l_second);
+    l_firstDevice.open(QIODevice::ReadOnly);
+    l_secondDevice.open(QIODevice::ReadOnly);
+    {
+        FrameReader l_one(1024 * 1024, &l_budget, 64 * 1024);
+        FrameReader l_two(1024 * 1024, &l_budget, 64 * 1024);
+        ASSERT_EQ(l_one.ReadFrom(l_firstDevice), FrameReader::FrameReady);
+        EXPECT_EQ(l_two.ReadFrom(l_secondDevice), FrameReader::OverBudget);
+        EXPECT_EQ(l_budget.m_used, l_one.HeldBytes() + l_two.HeldBytes());
+        EXPECT_GE(l_one.HeldBytes(), 200u * 1024);
+
+        l_one.NextFrame();
+        EXPECT_EQ(l_one.Frame().GetBufferSize(), 256);
+        EXPECT_EQ(l_budget.m_used, l_one.HeldBytes() + l_two.HeldBytes());
+    }
+    EXPECT_EQ(l_budget.m_used, 0u);
+
+    // A length one past the bound is refused before any body byte is read.
+    QByteArray l_long = Body(1025).Raw(QByteArray(1025, 'b')).Bytes();
+    QBuffer l_longDevice(&l_long);
+    l_longDevice.open(QIODevice::ReadOnly);
+    FrameReader l_bounded(1024);
+    EXPECT_EQ(l_bounded.ReadFrom(l_longDevice), FrameReader::FrameTooLong);
+    EXPECT_EQ(l_longDevice.pos(), 4);
+}

@@ -24,6 +24,14 @@ quint32 Fields::U32()
     return qFromLittleEndian<quint32>(m_body.constData() + m_at - 4);
 }
 
+quint64 Fields::U64()
+{
+    if (!Has(8))
+        return 0;
+    m_at += 8;
+    return qFromLittleEndian<quint64>(m_body.constData() + m_at - 8);
+}
+
 QByteArray Fields::Str()
 {
     quint32 const l_length = U32();

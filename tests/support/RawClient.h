@@ -16,6 +16,7 @@ public:
     explicit Body(quint32 i_code) { U32(i_code); }
     Body& U8(quint8 i_value) { return Raw(QByteArray(1, static_cast<char>(i_value))); }
     Body& U32(quint32 i_value);
+    Body& U64(quint64 i_value) { return U32(static_cast<quint32>(i_value)).U32(static_cast<quint32>(i_value >> 32)); }
     Body& Str(QByteArray const& i_value) { return U32(static_cast<quint32>(i_value.size())).Raw(i_value); }
     Body& Strs(QList<QByteArray> const& i_values);
     // Speed, a 64-bit upload count, files and folders: the zeros show a field read from the
@@ -36,6 +37,7 @@ public:
     explicit Fields(QByteArray const& i_body) : m_body(i_body) {}
     quint8 U8() { return Has(1) ? static_cast<quint8>(m_body[m_at++]) : 0; }
     quint32 U32();
+    quint64 U64();
     QByteArray Str();
     bool AtEnd() const { return m_at == m_body.size(); }
 

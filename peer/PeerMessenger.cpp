@@ -287,10 +287,14 @@ void PeerMessenger::ConnectToUser(std::string const& i_user, char const* i_type)
     l_attempt += l_type;
 
     Line(2, QStringLiteral("Also sending indirect connection request."));
-    unsigned int const l_token = gp_server ? gp_server->SendIndirectConnectionRequest(i_user, i_type) : 0;
-    ItemPtr const l_indirect = m_types.mp_indirect->NewItem(Value(l_token));
-    l_indirect += m_types.mp_sendTime->GetItem(Value(Now()));
-    l_attempt += l_indirect;
+    // Without a server link object (as in tools that drive this class alone) there is no
+    // token, and the attempt has the direct way only.
+    if (gp_server)
+    {
+        ItemPtr const l_indirect = m_types.mp_indirect->NewItem(Value(gp_server->SendIndirectConnectionRequest(i_user, i_type)));
+        l_indirect += m_types.mp_sendTime->GetItem(Value(Now()));
+        l_attempt += l_indirect;
+    }
 
     if (l_user.HasItem("user_address") && l_user.HasItem("user_port"))
         StartDirectAttempt(l_attempt, l_user, i_type);

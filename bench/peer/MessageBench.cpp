@@ -76,8 +76,10 @@ void BM_ReceivePlaceInLine(benchmark::State& io_state)
         return;
     }
     QByteArray l_batch;
+    std::vector<std::string> l_files;
     for (int l_n = 0; l_n < s_batch; ++l_n)
     {
+        l_files.push_back(FileName(l_n).toStdString());
         QByteArray l_body;
         AppendU32(l_body, s_placeInLine);
         AppendString(l_body, FileName(l_n));
@@ -92,7 +94,7 @@ void BM_ReceivePlaceInLine(benchmark::State& io_state)
         [&](std::string const& i_from, std::string const& i_file, int i_place) {
             int const l_expected = static_cast<int>(l_signalled % s_batch);
             l_inOrder = l_inOrder && i_place == l_expected && i_from == l_user &&
-                        i_file == FileName(l_expected).toStdString();
+                        i_file == l_files[static_cast<std::size_t>(l_expected)];
             ++l_signalled;
         });
 

@@ -81,7 +81,7 @@ TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
 {
     User("eve");
     EXPECT_EQ(MenuFor("eve", QStringLiteral("Add user to list")),
-              (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list")}));
+              (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list"), QStringLiteral("Browse user's files")}));
     EXPECT_TRUE(Row(mp_form->UserList(), "eve"));
     QList<UserGroupsDialog*> const l_groups = OpenDialogs<UserGroupsDialog>();
     ASSERT_EQ(l_groups.size(), 1);
@@ -90,7 +90,7 @@ TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
 
     EXPECT_EQ(MenuFor("eve", QStringLiteral("Remove user from list")),
               (QStringList{QStringLiteral("Message user"), QStringLiteral("Set user's groups"),
-                           QStringLiteral("Remove user from list")}));
+                           QStringLiteral("Remove user from list"), QStringLiteral("Browse user's files")}));
     EXPECT_FALSE(Row(mp_form->UserList(), "eve"));
     EXPECT_FALSE(Has(User("eve"), "in_user_list"));
 

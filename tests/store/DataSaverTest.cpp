@@ -45,6 +45,12 @@ struct Bytes
 
 using Lines = std::multiset<std::string>;
 
+std::string Contents(std::string const& i_path)
+{
+    std::ifstream l_file(i_path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(l_file), {});
+}
+
 // The graph as "item -> its neighbours" lines, independent of addresses and ids.
 Lines Describe(Data& i_data)
 {
@@ -96,10 +102,7 @@ protected:
     }
 
     ItemPtr At(char const* i_type, char const* i_value) { return (*m_a.GetType(i_type))[i_value]; }
-    void Set(char const* i_key, char const* i_value, char const* i_keyType = "global")
-    {
-        At(i_keyType, i_key) += At("global_value", i_value);
-    }
+    void Set(char const* i_key, char const* i_value, char const* i_keyType = "global") { At(i_keyType, i_key) += At("global_value", i_value); }
     void AddFile(char const* i_name, bool i_scanned)
     {
         ItemPtr l_file = m_a.GetType("shared_file")->NewItem();
@@ -108,11 +111,7 @@ protected:
         l_file += At("shared_file_name", i_name);
     }
     void WriteFile(std::string const& i_bytes) { ASSERT_TRUE(std::ofstream(m_file, std::ios::binary) << i_bytes); }
-    std::string ReadFile()
-    {
-        std::ifstream l_file(m_file, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(l_file), {});
-    }
+    std::string ReadFile() { return Contents(m_file); }
     // Loads the file, or the given bytes, into a fresh graph kept in mp_loaded; whatever the
     // file holds, the handlers must be told exactly once.
     Lines Load(std::optional<std::string> const& i_bytes = std::nullopt)
@@ -143,9 +142,8 @@ TEST_F(DataSaverTest, SavesExactlyTheSavedPartAndLoadsItBack)
     At("user", "bob").NewItem("in_user_list");
     At("user", "bob").NewItem("is_online");
     At("user", "dave").NewItem("is_online");
-    AddFile("", true);
-    AddFile("", true);
-    AddFile("", false);
+    for (bool l_scanned : {true, true, false})
+        AddFile("", l_scanned);
     At("note", "n");
     ASSERT_TRUE(mp_saver->Save(&m_a, m_file.c_str()));
     Bytes l_expected;
@@ -314,8 +312,7 @@ TEST_F(DataSaverTest, DamagedFilesAreKeptAsTheyWereThreeAtMost)
     {
         Load(l_cut);
         l_copies.push_back(mp_saver->DamagedCopy());
-        std::ifstream l_copy(l_copies.back(), std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(l_copy), {}), l_cut);
+        EXPECT_EQ(Contents(l_copies.back()), l_cut);
         EXPECT_EQ(l_copies.back().rfind(m_file + ".damaged-", 0), 0u) << l_copies.back();
     }
     // Four copies within a second or two: the oldest has gone, the newest three stay.
@@ -375,9 +372,6 @@ TEST_F(DataSaverTest, HandlersAreEnteredAndLeftWithTheirLives)
     EXPECT_EQ(mp_saver->m_dataLoadedHandlers.size(), 2u);
     // A saver made for another file while this one is the client's stands in front of it for
     // its life only.
-    {
-        DataSaver l_nested;
-        EXPECT_EQ(dataSaver, &l_nested);
-    }
+    { DataSaver l_nested; EXPECT_EQ(dataSaver, &l_nested); }
     EXPECT_EQ(dataSaver, mp_saver.get());
 }

@@ -17,14 +17,11 @@ QStringList Rows(QListWidget* ip_list)
     return l_rows;
 }
 
-ItemPtr Group(char const* i_name)
-{
-    return d.GetType("user_list_group")->GetItem(i_name);
-}
+ItemPtr Group(char const* i_name) { return d.GetType("user_list_group")->GetItem(i_name); }
 
-class AddUser
+// An add-user dialog on show, asked for names as a user would.
+struct AddUser
 {
-public:
     explicit AddUser(QWidget* ip_parent) : mp_dialog(new AddUserDialog(ip_parent)) { mp_dialog->show(); }
     QString Ask(char const* i_name)
     {
@@ -34,8 +31,6 @@ public:
     }
     QString Status() const { return Child<QLineEdit>(mp_dialog, "statusEdit")->text(); }
     bool Waiting() const { return !Child<QPushButton>(mp_dialog, "addFriendButton")->isEnabled(); }
-
-private:
     AddUserDialog* mp_dialog;
 };
 } // namespace

@@ -4,10 +4,7 @@
 
 namespace
 {
-QString Column(QTreeWidgetItem* ip_row, int i_column)
-{
-    return ip_row ? ip_row->text(i_column) : QStringLiteral("<no row>");
-}
+QString Column(QTreeWidgetItem* ip_row, int i_column) { return ip_row ? ip_row->text(i_column) : QStringLiteral("<no row>"); }
 
 // The texts of the user's menu; the entry of text i_choice, if any, is then triggered.
 QStringList MenuFor(char const* i_user, QString const& i_choice = QString())

@@ -20,7 +20,7 @@ QStringList MenuFor(char const* i_user, QString const& i_choice = QString())
 }
 } // namespace
 
-TEST_F(FormsTest, RowsFollowListGroupsStatusAndUnsharing)
+TEST_F(FormsTest, RowsFollowListGroupsStatusAndUnsharingAndListedUsersAreTrackedOnceOnTheWire)
 {
     QTreeWidget* lp_list = mp_form->UserList();
     QTreeWidget* lp_unshared = mp_form->UnsharedList();
@@ -54,12 +54,9 @@ TEST_F(FormsTest, RowsFollowListGroupsStatusAndUnsharing)
     EXPECT_EQ(Column(Row(lp_list, "bea"), 1), QStringLiteral("Online"));
     User("cal").NewItem("is_online");
     EXPECT_FALSE(Row(lp_list, "cal"));
-}
 
-TEST_F(FormsTest, ListedUsersAreTrackedOnceOnTheWireAndTheirStatusShows)
-{
+    // Online, a user is tracked once on the wire when listed, and the status the server tells shows.
     LogIn();
-    QTreeWidget* lp_list = mp_form->UserList();
     User("dora").NewItem("in_user_list");
     EXPECT_EQ(mp_central->Next(), Body(5).Str("dora").Bytes());
 

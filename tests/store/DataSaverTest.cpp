@@ -12,7 +12,6 @@
 #include <set>
 #include <string>
 
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtEndian>
 
@@ -211,18 +210,18 @@ TEST_F(DataSaverTest, HostileAndForeignRecordsAreSkippedAndTold)
     l_foreign.Int(3).Int(1).Int(5).Int(3).Int(5).Int(4).Int(5);
     Lines const l_connected = {"global=k -> global_value=v", "global_value=v -> global=k"};
     struct Case { Bytes m_bytes; Lines m_kept; char const* m_told; } const l_cases[] = {
-        {Bytes().Int(l_huge), {}, "damaged after 4 bytes"},
-        {Bytes().Int(-1).Record("note", 0, 0).Int(0), {}, "damaged after 0 bytes"},
-        {Bytes().Int(1).Int(l_huge).Int(0).Int(0), {}, "damaged after 4 bytes"},
-        {Bytes().Int(1).Int(-5).Int(0).Int(0), {}, "damaged after 4 bytes"},
-        {Bytes().Int(2).Record("note", 0, 1).Int(1).Str("n").Record("global", 7, 0), {"note=n ->"}, "damaged after 36 bytes"},
-        {Bytes().Int(1).Record("global", 0, l_huge).Int(1).Str("k"), {"global=k ->"}, "damaged after"},
-        {Bytes().Int(1).Record("global", 0, 2).Int(1).Str("k").Int(2).Int(l_huge), {"global=k ->"}, "damaged after"},
-        {Bytes(l_kv).Int(l_huge).Int(1).Int(2), l_connected, "damaged after"},
-        {Bytes(l_kv).Int(-3).Int(1).Int(2), {"global=k ->", "global_value=v ->"}, "damaged after"},
-        {Bytes(l_kv).Int(1).Int(1).Int(2).Int(9), l_connected, "has 4 unexpected bytes at its end"},
+        {Bytes().Int(l_huge), {}, "damaged after 4 bytes|kept as"},
+        {Bytes().Int(-1).Record("note", 0, 0).Int(0), {}, "damaged after 0 bytes|kept as"},
+        {Bytes().Int(1).Int(l_huge).Int(0).Int(0), {}, "damaged after 4 bytes|kept as"},
+        {Bytes().Int(1).Int(-5).Int(0).Int(0), {}, "damaged after 4 bytes|kept as"},
+        {Bytes().Int(2).Record("note", 0, 1).Int(1).Str("n").Record("global", 7, 0), {"note=n ->"}, "damaged after 36 bytes|kept as"},
+        {Bytes().Int(1).Record("global", 0, l_huge).Int(1).Str("k"), {"global=k ->"}, "damaged after|kept as"},
+        {Bytes().Int(1).Record("global", 0, 2).Int(1).Str("k").Int(2).Int(l_huge), {"global=k ->"}, "damaged after|kept as"},
+        {Bytes(l_kv).Int(l_huge).Int(1).Int(2), l_connected, "damaged after|kept as"},
+        {Bytes(l_kv).Int(-3).Int(1).Int(2), {"global=k ->", "global_value=v ->"}, "damaged after|kept as"},
+        {Bytes(l_kv).Int(1).Int(1).Int(2).Int(9), l_connected, "has 4 unexpected bytes at its end|kept as"},
         {l_ids, {"global=k -> global_value=v", "global_value=v -> global=k", "note=n ->"},
-         "bad item ids|pairs of items whose types are not related"},
+         "bad item ids|pairs of items whose types are not related|kept as"},
         {l_foreign, {"user=bob ->"}, "items of the type global of the wrong kind"},
     };
     for (Case const& l_case : l_cases)
@@ -231,11 +230,8 @@ TEST_F(DataSaverTest, HostileAndForeignRecordsAreSkippedAndTold)
         m_log.clear();
         EXPECT_EQ(Load(l_case.m_bytes.m_bytes), l_case.m_kept);
         // Everything but kinds and relations that no longer match is damage, kept as it was.
-        bool const l_damaged = &l_case != &l_cases[std::size(l_cases) - 1];
-        EXPECT_EQ(mp_saver->DamagedCopy().empty(), !l_damaged);
-        EXPECT_EQ(m_log.filter(QStringLiteral("damaged data file was kept as")).size(), l_damaged ? 1 : 0);
-        m_log = m_log.filter(QRegularExpression(QStringLiteral("^(?!The damaged data file was kept)")));
         QStringList const l_told = QString::fromLatin1(l_case.m_told).split(u'|');
+        EXPECT_EQ(mp_saver->DamagedCopy().empty(), l_told.last() != u"kept as");
         ASSERT_EQ(m_log.size(), l_told.size()) << m_log.join(u'|').toStdString();
         for (qsizetype l_index = 0; l_index < l_told.size(); ++l_index)
             EXPECT_TRUE(m_log[l_index].contains(l_told[l_index])) << m_log[l_index].toStdString();

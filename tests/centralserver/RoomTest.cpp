@@ -60,9 +60,7 @@ TEST_F(RoomTest, EnterChatListAndLeaveReachEveryMember)
 // closed; the members who read the room, and whoever it writes to in private, stay.
 TEST_F(RoomTest, AFlooderIsBoundedAndItsReadersStay)
 {
-    auto lp_alice = LoggedIn("alice");
-    auto lp_bob = LoggedIn("bob");
-    auto lp_flooder = LoggedIn("flooder");
+    auto lp_alice = LoggedIn("alice"), lp_bob = LoggedIn("bob"), lp_flooder = LoggedIn("flooder");
     for (RawClient* lp_member : {lp_alice.get(), lp_bob.get(), lp_flooder.get()})
         ASSERT_FALSE(lp_member->Ask(Body(14).Str("lobby")).isEmpty());
     int const l_burst = ChatAllowance::c_burstLines;

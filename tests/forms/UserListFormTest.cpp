@@ -22,10 +22,8 @@ QStringList MenuFor(char const* i_user, QString const& i_choice = QString())
 
 TEST_F(FormsTest, RowsFollowListGroupsStatusAndUnsharingAndListedUsersAreTrackedOnceOnTheWire)
 {
-    QTreeWidget* lp_list = mp_form->UserList();
-    QTreeWidget* lp_unshared = mp_form->UnsharedList();
-    ItemPtr const l_ann = User("ann");
-    ItemPtr const l_listed = l_ann.NewItem("in_user_list");
+    QTreeWidget *lp_list = mp_form->UserList(), *lp_unshared = mp_form->UnsharedList();
+    ItemPtr const l_ann = User("ann"), l_listed = l_ann.NewItem("in_user_list");
     ASSERT_TRUE(Row(lp_list, "ann"));
     EXPECT_TRUE(Has(l_ann, "is_tracked"));
     EXPECT_EQ(Column(Row(lp_list, "ann"), 1), QString());

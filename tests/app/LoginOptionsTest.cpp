@@ -4,10 +4,7 @@
 
 namespace
 {
-QLineEdit* Edit(QWidget* ip_dialog, char const* i_name)
-{
-    return ip_dialog->findChild<QLineEdit*>(QString::fromLatin1(i_name));
-}
+QLineEdit* Edit(QWidget* ip_dialog, char const* i_name) { return ip_dialog->findChild<QLineEdit*>(QString::fromLatin1(i_name)); }
 
 void AcceptPort(QDialog* ip_dialog, char const* i_port)
 {
@@ -16,7 +13,9 @@ void AcceptPort(QDialog* ip_dialog, char const* i_port)
 }
 } // namespace
 
-TEST(LoginOptions, UsernameDialogStoresBothTextsOnAcceptOnlyAndTheTabFollows)
+// The name dialog stores both texts on accept only and the tab follows; the port dialog
+// validates and leaves the change pending.
+TEST(LoginOptions, DialogsStoreOnAcceptOnlyAndAPortChangeStaysPending)
 {
     MainWindow* lp_window = AppEnvironment::Window();
     CloseInformationBoxes(QString());
@@ -42,32 +41,27 @@ TEST(LoginOptions, UsernameDialogStoresBothTextsOnAcceptOnlyAndTheTabFollows)
     EXPECT_TRUE(GetGlobalValue("password"));
     EXPECT_EQ(GetGlobal("password"), "");
     EXPECT_EQ(lp_window->Widgets()->usernameEdit->text(), QStringLiteral("J\u00f6rg"));
-}
 
-TEST(LoginOptions, PortDialogValidatesAndLeavesTheChangePending)
-{
-    MainWindow* lp_window = AppEnvironment::Window();
-    CloseInformationBoxes(QString());
     SetGlobal("listening_port", 2235);
 
-    QPointer<ChangeListeningPortDialog> lp_dialog = new ChangeListeningPortDialog(lp_window);
-    lp_dialog->show();
-    EXPECT_EQ(Edit(lp_dialog, "portEdit")->text(), QStringLiteral("2235"));
-    EXPECT_EQ(Edit(lp_dialog, "portEdit")->maxLength(), 5);
+    QPointer<ChangeListeningPortDialog> lp_port = new ChangeListeningPortDialog(lp_window);
+    lp_port->show();
+    EXPECT_EQ(Edit(lp_port, "portEdit")->text(), QStringLiteral("2235"));
+    EXPECT_EQ(Edit(lp_port, "portEdit")->maxLength(), 5);
 
     for (char const* lp_bad : {"0", "70000", ""})
     {
-        AcceptPort(lp_dialog, lp_bad);
+        AcceptPort(lp_port, lp_bad);
         EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Invalid Port Number")), 1) << lp_bad;
-        EXPECT_FALSE(lp_dialog.isNull());
+        EXPECT_FALSE(lp_port.isNull());
     }
-    AcceptPort(lp_dialog, "2235");
+    AcceptPort(lp_port, "2235");
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Port Number Not Changed")), 1);
     EXPECT_FALSE(GetGlobalValue("new_listening_port"));
 
-    AcceptPort(lp_dialog, "2240");
+    AcceptPort(lp_port, "2240");
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_TRUE(lp_dialog.isNull());
+    EXPECT_TRUE(lp_port.isNull());
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Change to Listening Port Pending")), 1);
     EXPECT_EQ(GetGlobal("new_listening_port"), "2240");
     EXPECT_EQ(GetGlobal("listening_port"), "2235");

@@ -18,7 +18,7 @@ QStringList TabTexts(QTabWidget* ip_tabs)
 }
 } // namespace
 
-TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHint)
+TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHintAndTheMenuFollowsTheServer)
 {
     MainWindow* lp_window = AppEnvironment::Window();
     Ui::MainWindow* lp_ui = lp_window->Widgets();
@@ -40,6 +40,18 @@ TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHint)
     for (auto [lp_timer, l_interval] :
          {std::pair{timerManager->HalfMinuteTimer(), 30000}, {timerManager->FiveMinuteTimer(), 300000}, {timerManager->HourTimer(), 3600000}})
         EXPECT_TRUE(lp_timer->isActive() && lp_timer->interval() == l_interval) << l_interval;
+
+    // The connection menu follows the server's state; of the failures only a wrong password is shown.
+    for (auto [lp_signal, l_connect, l_disconnect] :
+         {std::tuple{&Server::Connecting, false, false}, {&Server::Connected, false, true}, {&Server::Disconnected, true, false}})
+    {
+        emit(gp_server->*lp_signal)();
+        EXPECT_EQ(std::pair(lp_ui->actionConnect->isEnabled(), lp_ui->actionDisconnect->isEnabled()), std::pair(l_connect, l_disconnect));
+    }
+    emit gp_server->ConnectionFailed("socket error");
+    EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 0);
+    emit gp_server->ConnectionFailed("INVALIDPASS");
+    EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 1);
 }
 
 TEST(MainWindow, FiveMinuteSaveWritesTheDataFile)
@@ -73,23 +85,6 @@ TEST(MainWindow, ADamagedDataFileIsKeptAsItWasAndTheUserIsTold)
     ASSERT_EQ(l_copy.rfind(l_file + ".damaged-", 0), 0u) << l_copy;
     std::ifstream l_in(l_copy, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(l_in), {}), l_bytes);
-}
-
-TEST(MainWindow, ConnectionMenuFollowsTheServerAndOnlyAWrongPasswordIsShown)
-{
-    Ui::MainWindow* lp_ui = AppEnvironment::Window()->Widgets();
-    CloseInformationBoxes(QString());
-    for (auto [lp_signal, l_connect, l_disconnect] :
-         {std::tuple{&Server::Connecting, false, false}, {&Server::Connected, false, true}, {&Server::Disconnected, true, false}})
-    {
-        emit(gp_server->*lp_signal)();
-        EXPECT_EQ(std::pair(lp_ui->actionConnect->isEnabled(), lp_ui->actionDisconnect->isEnabled()), std::pair(l_connect, l_disconnect));
-    }
-
-    emit gp_server->ConnectionFailed("socket error");
-    EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 0);
-    emit gp_server->ConnectionFailed("INVALIDPASS");
-    EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 1);
 }
 
 TEST(MainWindow, ControlsWhoseWorkHasNotLandedAreDisabledWithTheReason)

@@ -23,8 +23,7 @@ QByteArray Message(QByteArray const& i_text, quint8 i_spontaneous)
 TEST_F(PrivateMessageTest, DeliveredNowOrAtLoginUntilAcknowledged)
 {
     LoggedIn("carol").reset();
-    auto lp_alice = LoggedIn("alice");
-    auto lp_bob = LoggedIn("bob");
+    auto lp_alice = LoggedIn("alice"), lp_bob = LoggedIn("bob");
     lp_alice->Send(Body(22).Str("bob").Str("hi bob"));
     for (char const* l_text : {"first", "second"})
         lp_alice->Send(Body(22).Str("carol").Str(l_text));
@@ -43,8 +42,7 @@ TEST_F(PrivateMessageTest, DeliveredNowOrAtLoginUntilAcknowledged)
     EXPECT_TRUE(LoggedIn("bob")->NothingOf(22));
 
     auto lp_carol = LoggedIn("carol");
-    QByteArray const l_first = lp_carol->TakeBody(22);
-    QByteArray const l_second = lp_carol->TakeBody(22);
+    QByteArray const l_first = lp_carol->TakeBody(22), l_second = lp_carol->TakeBody(22);
     EXPECT_EQ(Zeroed(l_first), Message("first", 0));
     EXPECT_EQ(Zeroed(l_second), Message("second", 0));
     EXPECT_NE(Id(l_first), Id(l_second));

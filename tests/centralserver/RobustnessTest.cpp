@@ -4,8 +4,6 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-namespace
-{
 using RobustnessTest = ServerFixture;
 
 // A frame split across writes, frames joined in one, and a large frame of a code nobody serves
@@ -20,16 +18,15 @@ TEST_F(RobustnessTest, FramesAreReadAsTheyComeAndBadOnesCloseOnlyTheirOwnConnect
     EXPECT_TRUE(lp_bystander->Take(64) && lp_bystander->Take(64));
     lp_bystander->Send(Body(999).Str(QByteArray(900 * 1024, 'z')));
 
-    auto lp_short = LoggedIn("short");
-    lp_short->SendRaw(QByteArray("\x02\x00\x00\x00\x40\x00", 6));
-    EXPECT_TRUE(lp_short->WaitClosed());
-    // Closed on the length alone, without waiting for a body that never comes.
-    auto lp_huge = LoggedIn("huge");
-    lp_huge->SendRaw(QByteArray("\xff\xff\xff\x7f\x16\x00\x00\x00", 8));
-    EXPECT_TRUE(lp_huge->WaitClosed());
-    auto lp_truncated = LoggedIn("truncated");
-    lp_truncated->Send(Body(22).U32(1000).Str("x"));
-    EXPECT_TRUE(lp_truncated->WaitClosed());
+    // Too short for a code; too long, closed on the length alone without waiting for a body that
+    // never comes; a field cut short.
+    for (auto const& [lp_name, l_bytes] : {std::pair{"short", QByteArray("\x02\x00\x00\x00\x40\x00", 6)},
+             {"huge", QByteArray("\xff\xff\xff\x7f\x16\x00\x00\x00", 8)}, {"truncated", Body(22).U32(1000).Str("x").Frame()}})
+    {
+        auto lp_client = LoggedIn(lp_name);
+        lp_client->SendRaw(l_bytes);
+        EXPECT_TRUE(lp_client->WaitClosed()) << lp_name;
+    }
     RawClient l_early(mp_server->Port());
     l_early.Send(Body(64));
     EXPECT_TRUE(l_early.WaitClosed());
@@ -157,5 +154,4 @@ TEST(ServerLogTest, ClientTextsAreCutTo200Bytes)
     QByteArray const l_straddling = QByteArray(ServerLog::c_maxTextBytes - 1, 'a') + "\xc3\xa9";
     EXPECT_EQ(ServerLog::Printable(l_straddling), QString::fromLatin1(l_straddling.first(199)) + QStringLiteral("..."));
     EXPECT_EQ(ServerLog::Printable(QByteArray(128 * 1024, '\n')), QString(200, QLatin1Char('?')) + QStringLiteral("..."));
-}
 }

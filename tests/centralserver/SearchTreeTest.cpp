@@ -18,21 +18,17 @@ QByteArray Search(QByteArray const& i_searcher, quint32 i_token, QByteArray cons
 // is offered the older roots that can take children, and offered to the younger roots if it can.
 TEST_F(SearchTreeTest, SearchesReachRootsAndRootsAreOfferedOlderRootsThatCanTakeChildren)
 {
+    // Listening port, whether without a parent, whether taking children.
     auto lp_alice = LoggedIn("alice");
-    lp_alice->Send(Body(2).U32(2234));
-    lp_alice->Send(Body(71).U8(1));
-    lp_alice->Send(Body(100).U8(1));
+    lp_alice->SendRaw(Body(2).U32(2234).Frame() + Body(71).U8(1).Frame() + Body(100).U8(1).Frame());
     auto lp_busy = LoggedIn("bob");
-    lp_busy->Send(Body(2).U32(2300));
-    lp_busy->Send(Body(71).U8(0));
-    lp_busy->Send(Body(100).U8(1));
+    lp_busy->SendRaw(Body(2).U32(2300).Frame() + Body(71).U8(0).Frame() + Body(100).U8(1).Frame());
     auto lp_silent = LoggedIn("dave");
     lp_alice->Sync();
     lp_busy->Sync();
 
     auto lp_carol = LoggedIn("carol");
-    lp_carol->Send(Body(2).U32(2400));
-    lp_carol->Send(Body(71).U8(1));
+    lp_carol->SendRaw(Body(2).U32(2400).Frame() + Body(71).U8(1).Frame());
     Body const l_alice = Body(102).U32(1).Str("alice").U32(c_localhost).U32(2234);
     EXPECT_EQ(lp_carol->TakeBody(102), l_alice.Bytes());
     EXPECT_TRUE(lp_alice->NothingOf(102, 50));

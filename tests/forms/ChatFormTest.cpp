@@ -11,9 +11,6 @@ Body PrivateChat(quint32 i_id, QByteArray const& i_user, QByteArray const& i_tex
     return Body(22).U32(i_id).U32(1000).Str(i_user).Str(i_text).U8(0);
 }
 
-QTextBrowser* View(QWidget* ip_form) { return Child<QTextBrowser>(ip_form, "chatView"); }
-QLineEdit* Edit(QWidget* ip_form) { return Child<QLineEdit>(ip_form, "chatEdit"); }
-
 QStringList Lines(QWidget* ip_form) { return View(ip_form)->toPlainText().split(QLatin1Char('\n')); }
 
 // The texts that the event bar's buttons show, placeholder left out.
@@ -25,12 +22,6 @@ QStringList Buttons()
             lp_button && !lp_action->text().isEmpty())
             l_texts << lp_button->text();
     return l_texts;
-}
-
-void Enter(QWidget* ip_form, QString const& i_text)
-{
-    Edit(ip_form)->setText(i_text);
-    QTest::keyClick(Edit(ip_form), Qt::Key_Return);
 }
 } // namespace
 
@@ -102,7 +93,7 @@ TEST_F(ChatFormTest, MessagesOpenTabsQuietlyAndButtonsLastUntilTheFormIsSeen)
 
     // The own line shows at once with the own name and goes out as typed, in UTF-8.
     mp_tabs->setCurrentIndex(0);
-    Enter(lp_ann, QString::fromUtf8("ça <va> http://x.org"));
+    Say(lp_ann, QString::fromUtf8("ça <va> http://x.org"));
     EXPECT_EQ(Lines(lp_ann).last(), QString::fromUtf8("[me] ça <va> http://x.org"));
     EXPECT_TRUE(Edit(lp_ann)->text().isEmpty());
     EXPECT_EQ(mp_central->TakeBody(22), Body(22).Str("ann").Str("ça <va> http://x.org").Bytes());
@@ -128,7 +119,7 @@ TEST_F(ChatFormTest, MenuOpensTheChatAndLinesTypedOfflineAreNotSent)
     EXPECT_EQ(QApplication::focusWidget(), Edit(Form(0)));
 
     SetGlobal("username", "me");
-    Enter(Form(0), QStringLiteral("anyone?"));
+    Say(Form(0), QStringLiteral("anyone?"));
     EXPECT_EQ(Lines(Form(0)), (QStringList{QStringLiteral("[me] anyone?"), QStringLiteral("* Not connected: message not sent.")}));
 
     // A message without a sender reaches no form and is told in the log.

@@ -46,9 +46,7 @@ void FormsTest::LogIn()
     mp_central = m_central.AnswerLogin();
     ASSERT_TRUE(mp_central);
     ASSERT_TRUE(WaitFor([] { return gp_server->IsConnected(); }));
-    while (!mp_central->Next(300).isEmpty())
-    {
-    }
+    while (!mp_central->Next(300).isEmpty()) {}
 }
 
 QTreeWidgetItem* FormsTest::Row(QTreeWidget* ip_tree, char const* i_name, int i_column)

@@ -19,10 +19,7 @@
 #include "ui_MainWindow.h"
 
 template <class Widget>
-Widget* Child(QWidget* ip_parent, char const* i_name)
-{
-    return ip_parent->findChild<Widget*>(QString::fromLatin1(i_name));
-}
+Widget* Child(QWidget* ip_parent, char const* i_name) { return ip_parent->findChild<Widget*>(QString::fromLatin1(i_name)); }
 
 // The dialogs of a class that are on show.
 template <class Dialog>
@@ -40,6 +37,15 @@ QList<Dialog*> OpenDialogs()
 QStringList MenuShownBy(std::function<void()> const& i_request);
 
 inline void PrintTo(QString const& i_text, std::ostream* op_stream) { *op_stream << i_text.toStdString(); }
+
+// The chat view and line of a room's or a user's chat form, and a line typed into it and entered.
+inline QTextBrowser* View(QWidget* ip_form) { return Child<QTextBrowser>(ip_form, "chatView"); }
+inline QLineEdit* Edit(QWidget* ip_form) { return Child<QLineEdit>(ip_form, "chatEdit"); }
+inline void Say(QWidget* ip_form, QString const& i_text)
+{
+    Edit(ip_form)->setText(i_text);
+    QTest::keyClick(Edit(ip_form), Qt::Key_Return);
+}
 
 // The forms on the process's one main window, and a loopback listener that stands in for the
 // central server when a test needs the client logged in.

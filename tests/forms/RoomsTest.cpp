@@ -47,7 +47,6 @@ std::string Column(QTreeWidget* ip_tree, int i_column)
 }
 
 QTreeWidget* Users(RoomForm* ip_form) { return Child<QTreeWidget>(ip_form, "userList"); }
-QTextBrowser* View(RoomForm* ip_form) { return Child<QTextBrowser>(ip_form, "chatView"); }
 
 class RoomsTest : public FormsTest
 {
@@ -74,6 +73,13 @@ protected:
         return Form(i_room);
     }
     static QString ToolBarText(int i_button) { return actionBar->actions().value(i_button)->text(); }
+    // Brings the room's tab to the front; the text its auto-join button then shows.
+    QString Front(RoomForm* ip_form)
+    {
+        Tabs()->setCurrentWidget(ip_form);
+        QApplication::processEvents();
+        return ToolBarText(1);
+    }
 };
 } // namespace
 
@@ -106,7 +112,9 @@ TEST_F(RoomsTest, RoomListKeepsFirstCountsSortsAndEntersByColumn)
     EXPECT_EQ(Tabs()->currentWidget(), Form("beta"));
 }
 
-TEST_F(RoomsTest, ChatLinesShowAsTextInTheirOwnRoomOnly)
+// Chat shows as text in its own room only; the own line goes out and is not shown until the
+// server sends it back; a reconnect enters each open room once again and takes the new users.
+TEST_F(RoomsTest, ChatIsTextPerRoomEnterSendsTheLineAndAReconnectEntersAgainWithNewUsers)
 {
     EXPECT_EQ(RoomForm::ChatLineHtml("<i>x</i> http://a.example/u", "1<2 & see https://b.example/p?q=1, ok"),
               QStringLiteral("[<font color=\"blue\">&lt;i&gt;x&lt;/i&gt; <a href=\"http://a.example/u\">"
@@ -114,14 +122,36 @@ TEST_F(RoomsTest, ChatLinesShowAsTextInTheirOwnRoomOnly)
                              "https://b.example/p?q=1</a>, ok"));
 
     LogIn();
-    RoomForm* lp_one = Enter("one");
+    RoomForm* lp_form = Enter("lobby", {{"ann", 1, 1, "us"}, {"bob", 1, 1, ""}});
     RoomForm* lp_two = Enter("two");
-    ASSERT_TRUE(lp_one && lp_two);
-    mp_central->Send(Body(13).Str("one").Str("ann").Str("<img src=\"file:///etc/passwd\"> javascript:x() \xff end"));
-    ASSERT_TRUE(WaitFor([&] { return !View(lp_one)->toPlainText().isEmpty(); }));
-    EXPECT_EQ(View(lp_one)->toPlainText(), QStringLiteral("[ann] <img src=\"file:///etc/passwd\"> javascript:x() "
-                                                          "\uFFFD end"));
+    ASSERT_TRUE(lp_form && lp_two);
+    mp_central->Send(Body(13).Str("lobby").Str("ann").Str("<img src=\"file:///etc/passwd\"> javascript:x() \xff end"));
+    ASSERT_TRUE(WaitFor([&] { return !View(lp_form)->toPlainText().isEmpty(); }));
+    QString const l_line = QStringLiteral("[ann] <img src=\"file:///etc/passwd\"> javascript:x() \uFFFD end");
+    EXPECT_EQ(View(lp_form)->toPlainText(), l_line);
     EXPECT_TRUE(View(lp_two)->toPlainText().isEmpty());
+
+    Say(lp_form, QString());
+    EXPECT_TRUE(NothingSent());
+    Say(lp_form, QStringLiteral("hi \u00fc"));
+    EXPECT_EQ(mp_central->Next(), Body(13).Str("lobby").Str("hi \xc3\xbc").Bytes());
+    EXPECT_TRUE(Edit(lp_form)->text().isEmpty());
+    EXPECT_EQ(View(lp_form)->toPlainText(), l_line);
+
+    gp_server->Disconnect();
+    EXPECT_EQ(View(lp_form)->toPlainText(), l_line + QStringLiteral("\n* Disconnected."));
+    gp_server->Connect();
+    mp_central = m_central.AnswerLogin();
+    ASSERT_TRUE(mp_central);
+    int l_entries = 0;
+    for (QByteArray l_body = mp_central->Next(); !l_body.isEmpty(); l_body = mp_central->Next(300))
+        l_entries += l_body == Body(14).Str("lobby").Bytes();
+    EXPECT_EQ(l_entries, 1);
+    EXPECT_EQ(View(lp_form)->toPlainText(), l_line + QStringLiteral("\n* Disconnected.\n* Reconnected."));
+
+    mp_central->Send(Entered("lobby", {{"bob", 1, 1, ""}, {"cal", 1, 1, ""}}));
+    EXPECT_TRUE(WaitFor([&] { return Column(Users(lp_form), QRoomUserListItemWidget::UserColumn) == "bob|cal"; }));
+    EXPECT_EQ(Tabs()->count(), 2);
 }
 
 TEST_F(RoomsTest, TheChatViewIsCutAtALineEndPastItsBound)
@@ -147,36 +177,6 @@ TEST_F(RoomsTest, TheChatViewIsCutAtALineEndPastItsBound)
     EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\[u\\d+\\] (.)\\1{999}$")).match(l_lines.front()).hasMatch())
         << l_lines.front().left(20).toStdString();
     EXPECT_TRUE(l_lines.back().endsWith(QStringLiteral("] ") + QString::fromStdString(l_last)));
-}
-
-TEST_F(RoomsTest, EnterSendsTheLineAndAReconnectEntersAgainWithNewUsers)
-{
-    LogIn();
-    RoomForm* lp_form = Enter("lobby", {{"ann", 1, 1, "us"}, {"bob", 1, 1, ""}});
-    ASSERT_TRUE(lp_form);
-    auto* lp_edit = Child<QLineEdit>(lp_form, "chatEdit");
-    QTest::keyClick(lp_edit, Qt::Key_Return);
-    EXPECT_TRUE(NothingSent());
-    lp_edit->setText(QStringLiteral("hi \u00fc"));
-    QTest::keyClick(lp_edit, Qt::Key_Return);
-    EXPECT_EQ(mp_central->Next(), Body(13).Str("lobby").Str("hi \xc3\xbc").Bytes());
-    EXPECT_TRUE(lp_edit->text().isEmpty());
-    EXPECT_TRUE(View(lp_form)->toPlainText().isEmpty());
-
-    gp_server->Disconnect();
-    EXPECT_EQ(View(lp_form)->toPlainText(), QStringLiteral("* Disconnected."));
-    gp_server->Connect();
-    mp_central = m_central.AnswerLogin();
-    ASSERT_TRUE(mp_central);
-    int l_entries = 0;
-    for (QByteArray l_body = mp_central->Next(); !l_body.isEmpty(); l_body = mp_central->Next(300))
-        l_entries += l_body == Body(14).Str("lobby").Bytes();
-    EXPECT_EQ(l_entries, 1);
-    EXPECT_EQ(View(lp_form)->toPlainText(), QStringLiteral("* Disconnected.\n* Reconnected."));
-
-    mp_central->Send(Entered("lobby", {{"bob", 1, 1, ""}, {"cal", 1, 1, ""}}));
-    EXPECT_TRUE(WaitFor([&] { return Column(Users(lp_form), QRoomUserListItemWidget::UserColumn) == "bob|cal"; }));
-    EXPECT_EQ(Tabs()->count(), 1);
 }
 
 TEST_F(RoomsTest, UserRowsComeOnceWithTheLastNumberAndSortByValue)
@@ -234,8 +234,7 @@ TEST_F(RoomsTest, UserRowsComeOnceWithTheLastNumberAndSortByValue)
     EXPECT_FALSE(l_row("fay"));
     EXPECT_EQ(lp_list->topLevelItemCount(), 4);
 
-    Tabs()->setCurrentWidget(lp_form);
-    QApplication::processEvents();
+    Front(lp_form);
     QRect const l_rowRect = lp_list->visualItemRect(l_row("eve"));
     EXPECT_EQ(MenuShownBy([&] { lp_form->OnUserListContextMenuRequested(l_rowRect.center()); }),
               (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list"), QStringLiteral("Browse user's files")}));
@@ -263,18 +262,13 @@ TEST_F(RoomsTest, AutojoinMarkIsPerRoomAndSavedAndLeavingEndsTheTab)
         return l_bytes.contains("R&B");
     };
 
-    Tabs()->setCurrentWidget(lp_rnb);
-    QApplication::processEvents();
+    EXPECT_EQ(Front(lp_rnb), QStringLiteral("Auto-Join Room [off]"));
     EXPECT_EQ(actionBar->GetKey(QStringLiteral("room")), QStringLiteral("R&B"));
-    EXPECT_EQ(ToolBarText(1), QStringLiteral("Auto-Join Room [off]"));
     actionBar->actions().value(1)->trigger();
     EXPECT_EQ(ToolBarText(1), QStringLiteral("Auto-Join Room [on]"));
     EXPECT_TRUE(l_savedAutojoin());
-    Tabs()->setCurrentWidget(lp_plain);
-    QApplication::processEvents();
-    EXPECT_EQ(ToolBarText(1), QStringLiteral("Auto-Join Room [off]"));
-    Tabs()->setCurrentWidget(lp_rnb);
-    QApplication::processEvents();
+    EXPECT_EQ(Front(lp_plain), QStringLiteral("Auto-Join Room [off]"));
+    EXPECT_EQ(Front(lp_rnb), QStringLiteral("Auto-Join Room [on]"));
     actionBar->actions().value(1)->trigger();
     EXPECT_EQ(ToolBarText(1), QStringLiteral("Auto-Join Room [off]"));
     EXPECT_FALSE(l_savedAutojoin());

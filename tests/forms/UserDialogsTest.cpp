@@ -17,14 +17,12 @@ QStringList Rows(QListWidget* ip_list)
     return l_rows;
 }
 
-ItemPtr Group(char const* i_name)
-{
-    return d.GetType("user_list_group")->GetItem(i_name);
-}
+ItemPtr Group(char const* i_name) { return d.GetType("user_list_group")->GetItem(i_name); }
+QListWidgetItem* Entry(QListWidget* ip_list, char const* i_name) { return ip_list->findItems(QString::fromLatin1(i_name), Qt::MatchExactly).value(0); }
 
-class AddUser
+// An add-user dialog on show, asked for names as a user would.
+struct AddUser
 {
-public:
     explicit AddUser(QWidget* ip_parent) : mp_dialog(new AddUserDialog(ip_parent)) { mp_dialog->show(); }
     QString Ask(char const* i_name)
     {
@@ -34,32 +32,33 @@ public:
     }
     QString Status() const { return Child<QLineEdit>(mp_dialog, "statusEdit")->text(); }
     bool Waiting() const { return !Child<QPushButton>(mp_dialog, "addFriendButton")->isEnabled(); }
-
-private:
     AddUserDialog* mp_dialog;
 };
 } // namespace
 
-TEST_F(FormsTest, GroupsDialogSetsGroupsAtOnceAndSharesNewGroups)
+// The groups dialogs set a user's groups at once and share new groups; the configuration
+// dialog is one and stores a priority of zero as none.
+TEST_F(FormsTest, GroupDialogsSetGroupsAtOnceShareNewGroupsAndStorePriorityZeroAsNone)
 {
     ItemPtr const l_listed = User("gus").NewItem("in_user_list");
     l_listed.Connect(Group("g1"));
-    Group("g2");
+    Group("g2").Connect(d.GetType("group_download_priority")->GetItem("3"));
     auto* lp_dialog = new UserGroupsDialog("gus", mp_window);
     auto* lp_other = new UserGroupsDialog("ann", mp_window);
     mp_form->OnActionBarTriggered("configure_user_groups");
-    ASSERT_TRUE(userGroupConfigDialog);
+    UserGroupConfigDialog* lp_config = userGroupConfigDialog;
+    ASSERT_TRUE(lp_config);
     auto* lp_list = Child<QListWidget>(lp_dialog, "groupListWidget");
     EXPECT_EQ(lp_dialog->windowTitle(), QStringLiteral("User Groups for [gus]"));
     EXPECT_TRUE(Rows(lp_list).contains(QStringLiteral("g1*")));
     EXPECT_TRUE(Rows(lp_list).contains(QStringLiteral("g2")));
     EXPECT_EQ(l_listed.GetItems("user_list_group").size(), 1u);
 
-    lp_list->findItems(QStringLiteral("g2"), Qt::MatchExactly).front()->setCheckState(Qt::Checked);
-    lp_list->findItems(QStringLiteral("g1"), Qt::MatchExactly).front()->setCheckState(Qt::Unchecked);
+    Entry(lp_list, "g2")->setCheckState(Qt::Checked);
+    Entry(lp_list, "g1")->setCheckState(Qt::Unchecked);
     EXPECT_TRUE(l_listed.IsConnected(Group("g2")));
     EXPECT_FALSE(l_listed.IsConnected(Group("g1")));
-    lp_list->findItems(QStringLiteral("g2"), Qt::MatchExactly).front()->setCheckState(Qt::PartiallyChecked);
+    Entry(lp_list, "g2")->setCheckState(Qt::PartiallyChecked);
     EXPECT_TRUE(l_listed.IsConnected(Group("g2")));
 
     // A new group appears unchecked in every open dialog; a known or empty name adds nothing.
@@ -70,52 +69,44 @@ TEST_F(FormsTest, GroupsDialogSetsGroupsAtOnceAndSharesNewGroups)
         EXPECT_TRUE(Child<QLineEdit>(lp_dialog, "newGroupEdit")->text().isEmpty());
     }
     for (QListWidget* lp_view : std::initializer_list<QListWidget*>{lp_list, Child<QListWidget>(lp_other, "groupListWidget"),
-                                 Child<QListWidget>(userGroupConfigDialog, "groupList")})
+                                 Child<QListWidget>(lp_config, "groupList")})
     {
         EXPECT_EQ(Rows(lp_view).filter(QStringLiteral("g3")), QStringList{QStringLiteral("g3")});
         EXPECT_EQ(Rows(lp_view).filter(QStringLiteral("g1")).size(), 1);
         EXPECT_EQ(lp_view->count(), static_cast<int>(d.GetType("user_list_group")->GetItems().size()));
     }
     EXPECT_FALSE(l_listed.IsConnected(Group("g3")));
-}
 
-TEST_F(FormsTest, ConfigDialogIsOneAndStoresPriorityZeroAsNone)
-{
-    Group("h1");
-    Group("h2").Connect(d.GetType("group_download_priority")->GetItem("3"));
-    mp_form->OnActionBarTriggered("configure_user_groups");
-    UserGroupConfigDialog* lp_dialog = userGroupConfigDialog;
     mp_form->OnActionBarTriggered("configure_user_groups");
     EXPECT_EQ(OpenDialogs<UserGroupConfigDialog>().size(), 1);
-    EXPECT_EQ(lp_dialog->windowTitle(), QStringLiteral("Configure User Groups"));
-
-    auto* lp_list = Child<QListWidget>(lp_dialog, "groupList");
-    auto* lp_spin = Child<QSpinBox>(lp_dialog, "prioritySpinBox");
+    EXPECT_EQ(lp_config->windowTitle(), QStringLiteral("Configure User Groups"));
+    lp_list = Child<QListWidget>(lp_config, "groupList");
+    auto* lp_spin = Child<QSpinBox>(lp_config, "prioritySpinBox");
     EXPECT_FALSE(lp_spin->isEnabled());
-    lp_list->setCurrentItem(lp_list->findItems(QStringLiteral("h2"), Qt::MatchExactly).front());
+    lp_list->setCurrentItem(Entry(lp_list, "g2"));
     EXPECT_TRUE(lp_spin->isEnabled());
-    EXPECT_EQ(Child<QGroupBox>(lp_dialog, "groupBox")->title(), QStringLiteral("h2"));
+    EXPECT_EQ(Child<QGroupBox>(lp_config, "groupBox")->title(), QStringLiteral("g2"));
     EXPECT_EQ(lp_spin->value(), 3);
-    lp_list->setCurrentItem(lp_list->findItems(QStringLiteral("h1"), Qt::MatchExactly).front());
+    lp_list->setCurrentItem(Entry(lp_list, "g1"));
     EXPECT_EQ(lp_spin->value(), 0);
-    EXPECT_FALSE(Has(Group("h1"), "group_download_priority"));
+    EXPECT_FALSE(Has(Group("g1"), "group_download_priority"));
 
     lp_spin->setValue(5);
     lp_spin->setValue(7);
-    EXPECT_EQ(Group("h1")["group_download_priority"].AsString(), "7");
-    EXPECT_EQ(Group("h1").GetItems("group_download_priority").size(), 1u);
+    EXPECT_EQ(Group("g1")["group_download_priority"].AsString(), "7");
+    EXPECT_EQ(Group("g1").GetItems("group_download_priority").size(), 1u);
     lp_spin->setValue(0);
-    EXPECT_FALSE(Has(Group("h1"), "group_download_priority"));
+    EXPECT_FALSE(Has(Group("g1"), "group_download_priority"));
 
     // A group that goes loses its row; closing clears the global, and a new dialog shows 0.
-    d.GetType("user_list_group")->HasItem("h2").Remove();
-    EXPECT_TRUE(lp_list->findItems(QStringLiteral("h2"), Qt::MatchExactly).isEmpty());
-    lp_dialog->close();
+    d.GetType("user_list_group")->HasItem("g2").Remove();
+    EXPECT_FALSE(Entry(lp_list, "g2"));
+    lp_config->close();
     QApplication::processEvents();
     EXPECT_FALSE(userGroupConfigDialog);
     mp_form->OnActionBarTriggered("configure_user_groups");
     lp_list = Child<QListWidget>(userGroupConfigDialog, "groupList");
-    lp_list->setCurrentItem(lp_list->findItems(QStringLiteral("h1"), Qt::MatchExactly).front());
+    lp_list->setCurrentItem(Entry(lp_list, "g1"));
     EXPECT_EQ(Child<QSpinBox>(userGroupConfigDialog, "prioritySpinBox")->value(), 0);
 }
 

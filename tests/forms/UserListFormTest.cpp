@@ -4,10 +4,7 @@
 
 namespace
 {
-QString Column(QTreeWidgetItem* ip_row, int i_column)
-{
-    return ip_row ? ip_row->text(i_column) : QStringLiteral("<no row>");
-}
+QString Column(QTreeWidgetItem* ip_row, int i_column) { return ip_row ? ip_row->text(i_column) : QStringLiteral("<no row>"); }
 
 // The texts of the user's menu; the entry of text i_choice, if any, is then triggered.
 QStringList MenuFor(char const* i_user, QString const& i_choice = QString())
@@ -23,12 +20,10 @@ QStringList MenuFor(char const* i_user, QString const& i_choice = QString())
 }
 } // namespace
 
-TEST_F(FormsTest, RowsFollowListGroupsStatusAndUnsharing)
+TEST_F(FormsTest, RowsFollowListGroupsStatusAndUnsharingAndListedUsersAreTrackedOnceOnTheWire)
 {
-    QTreeWidget* lp_list = mp_form->UserList();
-    QTreeWidget* lp_unshared = mp_form->UnsharedList();
-    ItemPtr const l_ann = User("ann");
-    ItemPtr const l_listed = l_ann.NewItem("in_user_list");
+    QTreeWidget *lp_list = mp_form->UserList(), *lp_unshared = mp_form->UnsharedList();
+    ItemPtr const l_ann = User("ann"), l_listed = l_ann.NewItem("in_user_list");
     ASSERT_TRUE(Row(lp_list, "ann"));
     EXPECT_TRUE(Has(l_ann, "is_tracked"));
     EXPECT_EQ(Column(Row(lp_list, "ann"), 1), QString());
@@ -57,12 +52,9 @@ TEST_F(FormsTest, RowsFollowListGroupsStatusAndUnsharing)
     EXPECT_EQ(Column(Row(lp_list, "bea"), 1), QStringLiteral("Online"));
     User("cal").NewItem("is_online");
     EXPECT_FALSE(Row(lp_list, "cal"));
-}
 
-TEST_F(FormsTest, ListedUsersAreTrackedOnceOnTheWireAndTheirStatusShows)
-{
+    // Online, a user is tracked once on the wire when listed, and the status the server tells shows.
     LogIn();
-    QTreeWidget* lp_list = mp_form->UserList();
     User("dora").NewItem("in_user_list");
     EXPECT_EQ(mp_central->Next(), Body(5).Str("dora").Bytes());
 

@@ -5,11 +5,16 @@
 #include "server/ServerFrameReader.h"
 #include "support/RawClient.h"
 
+namespace
+{
+// Reads the bytes as they are, also after they grew.
+struct Device : QBuffer { explicit Device(QByteArray* ip_bytes) : QBuffer(ip_bytes) { open(QIODevice::ReadOnly); } };
+} // namespace
+
 TEST(ServerFrameReaderTest, MemoryFollowsTheBytesThatArriveNotTheAnnouncedLength)
 {
     QByteArray l_bytes = Body(ServerFrameReader::s_maxFrameLength).Bytes() + QByteArray(1000, 'x');
-    QBuffer l_device(&l_bytes);
-    l_device.open(QIODevice::ReadOnly);
+    Device l_device(&l_bytes);
     ServerFrameReader l_reader;
     EXPECT_EQ(l_reader.ReadFrom(l_device), ServerFrameReader::NeedMore);
     EXPECT_LE(l_reader.Frame().GetBufferSize(), 4096);
@@ -45,8 +50,7 @@ TEST(ServerFrameReaderTest, AGrowingFrameEndsAtItsLengthWhenTheNextFrameFollowsI
         l_bodies << l_body;
         l_bytes += Body(static_cast<quint32>(l_size)).Raw(l_body).Bytes();
     }
-    QBuffer l_device(&l_bytes);
-    l_device.open(QIODevice::ReadOnly);
+    Device l_device(&l_bytes);
     ServerFrameReader l_reader;
     for (QByteArray const& l_body : l_bodies)
     {
@@ -63,12 +67,8 @@ TEST(FrameReaderTest, ASharedBudgetCapsAllBuffersAndLargeOnesAreGivenBack)
 {
     FrameReader::Budget l_budget{300 * 1024, 0};
     QByteArray const l_big = Body(200 * 1024).Raw(QByteArray(200 * 1024, 'a')).Bytes();
-    QByteArray l_first = l_big;
-    QByteArray l_second = l_big;
-    QBuffer l_firstDevice(&l_first);
-    QBuffer l_secondDevice(&l_second);
-    l_firstDevice.open(QIODevice::ReadOnly);
-    l_secondDevice.open(QIODevice::ReadOnly);
+    QByteArray l_first = l_big, l_second = l_big;
+    Device l_firstDevice(&l_first), l_secondDevice(&l_second);
     {
         FrameReader l_one(1024 * 1024, &l_budget, 64 * 1024);
         FrameReader l_two(1024 * 1024, &l_budget, 64 * 1024);
@@ -85,8 +85,7 @@ TEST(FrameReaderTest, ASharedBudgetCapsAllBuffersAndLargeOnesAreGivenBack)
 
     // A length one past the bound is refused before any body byte is read.
     QByteArray l_long = Body(1025).Raw(QByteArray(1025, 'b')).Bytes();
-    QBuffer l_longDevice(&l_long);
-    l_longDevice.open(QIODevice::ReadOnly);
+    Device l_longDevice(&l_long);
     FrameReader l_bounded(1024);
     EXPECT_EQ(l_bounded.ReadFrom(l_longDevice), FrameReader::FrameTooLong);
     EXPECT_EQ(l_longDevice.pos(), 4);

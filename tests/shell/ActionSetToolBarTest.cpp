@@ -49,10 +49,8 @@ protected:
 
 TEST_F(ActionSetToolBarTest, FollowsFocusThroughTabsInOrderButNotDuringShutDown)
 {
-    FocusOn(mp_tree);
-    EXPECT_EQ(BarTexts(actionBar), "Open|Refresh");
-    FocusOn(mp_loose);
-    EXPECT_EQ(BarTexts(actionBar), "_");
+    EXPECT_EQ(FocusOn(mp_tree), "Open|Refresh");
+    EXPECT_EQ(FocusOn(mp_loose), "_");
     EXPECT_EQ(d.GetType("toolbar_action_object")->ItemCount(), 0u);
 
     // A tab widget or its bar stands for its current page, through nested tab widgets.
@@ -64,15 +62,13 @@ TEST_F(ActionSetToolBarTest, FollowsFocusThroughTabsInOrderButNotDuringShutDown)
     mp_layout->addWidget(lp_outer);
     mp_layout->addWidget(lp_empty);
     QApplication::processEvents();
-    FocusOn(lp_outer->tabBar());
-    EXPECT_EQ(BarTexts(actionBar), "Form A|Form B");
+    EXPECT_EQ(FocusOn(lp_outer->tabBar()), "Form A|Form B");
     // The focus stays on the tab bar while the page it stands for goes away.
     delete lp_outer->widget(0);
     EXPECT_EQ(BarTexts(actionBar), "_");
     actionBar->OnApplicationFocusChanged(nullptr, lp_outer);
     EXPECT_EQ(BarTexts(actionBar), "Open|Refresh");
-    FocusOn(lp_empty);
-    EXPECT_EQ(BarTexts(actionBar), "_");
+    EXPECT_EQ(FocusOn(lp_empty), "_");
 
     // With auto focus, switching the tab alone makes the bar follow the new page.
     actionBar->AutoFocusTabWidget(lp_inner);
@@ -138,18 +134,15 @@ TEST_F(ActionSetToolBarTest, TextsAndKeysArePerWidgetAndGoWithIt)
     FocusOn(mp_formB);
     actionBar->SetWidgetActionText(mp_formA, S("form_a"), S("A [on]"));
     EXPECT_EQ(BarTexts(actionBar), "Form A|Form B");
-    FocusOn(mp_formA);
-    EXPECT_EQ(BarTexts(actionBar), "A [on]|Form B");
+    EXPECT_EQ(FocusOn(mp_formA), "A [on]|Form B");
 
     // Two widgets that shared a text keep their own after one of them changes.
     actionBar->SetWidgetActionText(mp_formA, S("form_a"), S("A [off]"));
     EXPECT_EQ(BarTexts(actionBar), "A [off]|Form B");
     actionBar->SetWidgetActionText(mp_formB, S("form_a"), S("A [off]"));
     actionBar->SetWidgetActionText(mp_formA, S("form_a"), S("A [new]"));
-    FocusOn(mp_formB);
-    EXPECT_EQ(BarTexts(actionBar), "A [off]|Form B");
-    FocusOn(mp_formA);
-    EXPECT_EQ(BarTexts(actionBar), "A [new]|Form B");
+    EXPECT_EQ(FocusOn(mp_formB), "A [off]|Form B");
+    EXPECT_EQ(FocusOn(mp_formA), "A [new]|Form B");
 
     std::size_t const l_widgets = d.GetType("toolbar_action_widget")->ItemCount();
     std::size_t const l_pairs = d.GetType("action_key_value_pair")->ItemCount();

@@ -51,8 +51,7 @@ TEST(DiagnosticsFormTest, OneTabPerAreaInOrderOfFirstUseWithStampedLinesIndented
 TEST(DiagnosticsFormTest, TrackedUsersShowTheirOnlineStateUntilUntracked)
 {
     EXPECT_EQ(TrackedRows(), S("early_user Offline"));
-    ItemPtr const l_ann = d.GetType("user")->GetItem("ann");
-    ItemPtr const l_bo = d.GetType("user")->GetItem("bo");
+    ItemPtr const l_ann = d.GetType("user")->GetItem("ann"), l_bo = d.GetType("user")->GetItem("bo");
     l_ann.NewItem("is_tracked");
     l_bo.NewItem("is_online");
     EXPECT_EQ(TrackedRows(), S("ann Offline, early_user Offline"));

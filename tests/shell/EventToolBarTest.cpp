@@ -1,8 +1,6 @@
 #include "ShellEnvironment.h"
 #include "shell/ShowState.h"
 
-namespace
-{
 // A shown window with two levels of tabs; the chat edits sit on pages that are not current.
 TEST(EventToolBarTest, OneButtonPerHiddenWidgetUntilPressedOrDeleted)
 {
@@ -36,4 +34,3 @@ TEST(EventToolBarTest, OneButtonPerHiddenWidgetUntilPressedOrDeleted)
     EXPECT_EQ(d.GetType("event_toolbar_widget")->ItemCount(), 0u);
     EXPECT_EQ(d.GetType("event_toolbar_action")->ItemCount(), 0u);
 }
-} // namespace

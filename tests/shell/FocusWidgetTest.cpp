@@ -1,8 +1,6 @@
 #include "ShellEnvironment.h"
 #include "shell/FocusWidget.h"
 
-namespace
-{
 // The target sits on a page that is not current, in a window behind the active one.
 TEST(FocusWidgetTest, ActivatesTheWindowAndSelectsTheTabsOnTheWay)
 {
@@ -19,4 +17,3 @@ TEST(FocusWidgetTest, ActivatesTheWindowAndSelectsTheTabsOnTheWay)
     EXPECT_EQ(lp_back->currentWidget(), lp_target);
     EXPECT_EQ(QApplication::focusWidget(), lp_target);
 }
-} // namespace

@@ -44,12 +44,6 @@ inline void ShowActive(QWidget* ip_window)
     ASSERT_TRUE(QTest::qWaitForWindowActive(ip_window));
 }
 
-inline void FocusOn(QWidget* ip_widget)
-{
-    ip_widget->setFocus(Qt::OtherFocusReason);
-    QApplication::processEvents();
-}
-
 // A bar's button texts joined by '|'; the placeholder, which has no text, shows as "_".
 inline std::string BarTexts(QToolBar const* ip_bar)
 {
@@ -57,4 +51,12 @@ inline std::string BarTexts(QToolBar const* ip_bar)
     for (QAction* lp_action : ip_bar->actions())
         l_texts << (lp_action->text().isEmpty() ? S("_") : lp_action->text());
     return l_texts.join(QLatin1Char('|')).toStdString();
+}
+
+// Focuses the widget; the action bar's texts then.
+inline std::string FocusOn(QWidget* ip_widget)
+{
+    ip_widget->setFocus(Qt::OtherFocusReason);
+    QApplication::processEvents();
+    return BarTexts(actionBar);
 }

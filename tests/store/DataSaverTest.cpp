@@ -12,7 +12,6 @@
 #include <set>
 #include <string>
 
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtEndian>
 
@@ -44,6 +43,12 @@ struct Bytes
 };
 
 using Lines = std::multiset<std::string>;
+
+std::string Contents(std::string const& i_path)
+{
+    std::ifstream l_file(i_path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(l_file), {});
+}
 
 // The graph as "item -> its neighbours" lines, independent of addresses and ids.
 Lines Describe(Data& i_data)
@@ -96,10 +101,7 @@ protected:
     }
 
     ItemPtr At(char const* i_type, char const* i_value) { return (*m_a.GetType(i_type))[i_value]; }
-    void Set(char const* i_key, char const* i_value, char const* i_keyType = "global")
-    {
-        At(i_keyType, i_key) += At("global_value", i_value);
-    }
+    void Set(char const* i_key, char const* i_value, char const* i_keyType = "global") { At(i_keyType, i_key) += At("global_value", i_value); }
     void AddFile(char const* i_name, bool i_scanned)
     {
         ItemPtr l_file = m_a.GetType("shared_file")->NewItem();
@@ -108,11 +110,7 @@ protected:
         l_file += At("shared_file_name", i_name);
     }
     void WriteFile(std::string const& i_bytes) { ASSERT_TRUE(std::ofstream(m_file, std::ios::binary) << i_bytes); }
-    std::string ReadFile()
-    {
-        std::ifstream l_file(m_file, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(l_file), {});
-    }
+    std::string ReadFile() { return Contents(m_file); }
     // Loads the file, or the given bytes, into a fresh graph kept in mp_loaded; whatever the
     // file holds, the handlers must be told exactly once.
     Lines Load(std::optional<std::string> const& i_bytes = std::nullopt)
@@ -143,9 +141,8 @@ TEST_F(DataSaverTest, SavesExactlyTheSavedPartAndLoadsItBack)
     At("user", "bob").NewItem("in_user_list");
     At("user", "bob").NewItem("is_online");
     At("user", "dave").NewItem("is_online");
-    AddFile("", true);
-    AddFile("", true);
-    AddFile("", false);
+    for (bool l_scanned : {true, true, false})
+        AddFile("", l_scanned);
     At("note", "n");
     ASSERT_TRUE(mp_saver->Save(&m_a, m_file.c_str()));
     Bytes l_expected;
@@ -213,18 +210,18 @@ TEST_F(DataSaverTest, HostileAndForeignRecordsAreSkippedAndTold)
     l_foreign.Int(3).Int(1).Int(5).Int(3).Int(5).Int(4).Int(5);
     Lines const l_connected = {"global=k -> global_value=v", "global_value=v -> global=k"};
     struct Case { Bytes m_bytes; Lines m_kept; char const* m_told; } const l_cases[] = {
-        {Bytes().Int(l_huge), {}, "damaged after 4 bytes"},
-        {Bytes().Int(-1).Record("note", 0, 0).Int(0), {}, "damaged after 0 bytes"},
-        {Bytes().Int(1).Int(l_huge).Int(0).Int(0), {}, "damaged after 4 bytes"},
-        {Bytes().Int(1).Int(-5).Int(0).Int(0), {}, "damaged after 4 bytes"},
-        {Bytes().Int(2).Record("note", 0, 1).Int(1).Str("n").Record("global", 7, 0), {"note=n ->"}, "damaged after 36 bytes"},
-        {Bytes().Int(1).Record("global", 0, l_huge).Int(1).Str("k"), {"global=k ->"}, "damaged after"},
-        {Bytes().Int(1).Record("global", 0, 2).Int(1).Str("k").Int(2).Int(l_huge), {"global=k ->"}, "damaged after"},
-        {Bytes(l_kv).Int(l_huge).Int(1).Int(2), l_connected, "damaged after"},
-        {Bytes(l_kv).Int(-3).Int(1).Int(2), {"global=k ->", "global_value=v ->"}, "damaged after"},
-        {Bytes(l_kv).Int(1).Int(1).Int(2).Int(9), l_connected, "has 4 unexpected bytes at its end"},
+        {Bytes().Int(l_huge), {}, "damaged after 4 bytes|kept as"},
+        {Bytes().Int(-1).Record("note", 0, 0).Int(0), {}, "damaged after 0 bytes|kept as"},
+        {Bytes().Int(1).Int(l_huge).Int(0).Int(0), {}, "damaged after 4 bytes|kept as"},
+        {Bytes().Int(1).Int(-5).Int(0).Int(0), {}, "damaged after 4 bytes|kept as"},
+        {Bytes().Int(2).Record("note", 0, 1).Int(1).Str("n").Record("global", 7, 0), {"note=n ->"}, "damaged after 36 bytes|kept as"},
+        {Bytes().Int(1).Record("global", 0, l_huge).Int(1).Str("k"), {"global=k ->"}, "damaged after|kept as"},
+        {Bytes().Int(1).Record("global", 0, 2).Int(1).Str("k").Int(2).Int(l_huge), {"global=k ->"}, "damaged after|kept as"},
+        {Bytes(l_kv).Int(l_huge).Int(1).Int(2), l_connected, "damaged after|kept as"},
+        {Bytes(l_kv).Int(-3).Int(1).Int(2), {"global=k ->", "global_value=v ->"}, "damaged after|kept as"},
+        {Bytes(l_kv).Int(1).Int(1).Int(2).Int(9), l_connected, "has 4 unexpected bytes at its end|kept as"},
         {l_ids, {"global=k -> global_value=v", "global_value=v -> global=k", "note=n ->"},
-         "bad item ids|pairs of items whose types are not related"},
+         "bad item ids|pairs of items whose types are not related|kept as"},
         {l_foreign, {"user=bob ->"}, "items of the type global of the wrong kind"},
     };
     for (Case const& l_case : l_cases)
@@ -233,11 +230,8 @@ TEST_F(DataSaverTest, HostileAndForeignRecordsAreSkippedAndTold)
         m_log.clear();
         EXPECT_EQ(Load(l_case.m_bytes.m_bytes), l_case.m_kept);
         // Everything but kinds and relations that no longer match is damage, kept as it was.
-        bool const l_damaged = &l_case != &l_cases[std::size(l_cases) - 1];
-        EXPECT_EQ(mp_saver->DamagedCopy().empty(), !l_damaged);
-        EXPECT_EQ(m_log.filter(QStringLiteral("damaged data file was kept as")).size(), l_damaged ? 1 : 0);
-        m_log = m_log.filter(QRegularExpression(QStringLiteral("^(?!The damaged data file was kept)")));
         QStringList const l_told = QString::fromLatin1(l_case.m_told).split(u'|');
+        EXPECT_EQ(mp_saver->DamagedCopy().empty(), l_told.last() != u"kept as");
         ASSERT_EQ(m_log.size(), l_told.size()) << m_log.join(u'|').toStdString();
         for (qsizetype l_index = 0; l_index < l_told.size(); ++l_index)
             EXPECT_TRUE(m_log[l_index].contains(l_told[l_index])) << m_log[l_index].toStdString();
@@ -314,8 +308,7 @@ TEST_F(DataSaverTest, DamagedFilesAreKeptAsTheyWereThreeAtMost)
     {
         Load(l_cut);
         l_copies.push_back(mp_saver->DamagedCopy());
-        std::ifstream l_copy(l_copies.back(), std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(l_copy), {}), l_cut);
+        EXPECT_EQ(Contents(l_copies.back()), l_cut);
         EXPECT_EQ(l_copies.back().rfind(m_file + ".damaged-", 0), 0u) << l_copies.back();
     }
     // Four copies within a second or two: the oldest has gone, the newest three stay.
@@ -375,9 +368,6 @@ TEST_F(DataSaverTest, HandlersAreEnteredAndLeftWithTheirLives)
     EXPECT_EQ(mp_saver->m_dataLoadedHandlers.size(), 2u);
     // A saver made for another file while this one is the client's stands in front of it for
     // its life only.
-    {
-        DataSaver l_nested;
-        EXPECT_EQ(dataSaver, &l_nested);
-    }
+    { DataSaver l_nested; EXPECT_EQ(dataSaver, &l_nested); }
     EXPECT_EQ(dataSaver, mp_saver.get());
 }

@@ -9,11 +9,9 @@ TEST_F(EventTest, ConnectDisplacingAOneRunsTheWholeDisconnectionFirst)
     ItemPtr l_key = (*mp_global)["port"];
     l_key += (*mp_globalValue)["5"];
     Recorder l_recorder(m_data);
-    l_recorder.ListenType(mp_global);
-    l_recorder.ListenType(mp_globalValue);
+    for (auto [lp_first, lp_second] : {std::pair{mp_global, mp_globalValue}, {mp_globalValue, mp_global}})
+        l_recorder.ListenType(lp_first), l_recorder.ListenPair(lp_first, lp_second);
     l_recorder.ListenData();
-    l_recorder.ListenPair(mp_global, mp_globalValue);
-    l_recorder.ListenPair(mp_globalValue, mp_global);
 
     (*mp_globalValue)["6"]->Connect(l_key);
 
@@ -29,8 +27,7 @@ TEST_F(EventTest, ConnectDisplacingAOneRunsTheWholeDisconnectionFirst)
 
 TEST_F(EventTest, RepeatedConnectFiresNothingAndUnconnectedDisconnectFiresAll)
 {
-    Item* lp_room = mp_room->NewItem("lobby");
-    Item* lp_user = mp_user->NewItem("alice");
+    Item *lp_room = mp_room->NewItem("lobby"), *lp_user = mp_user->NewItem("alice");
     Recorder l_recorder(m_data);
     l_recorder.ListenType(mp_user);
     l_recorder.ListenPair(mp_room, mp_user);

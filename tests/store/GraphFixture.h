@@ -58,10 +58,7 @@ public:
         m_lines.push_back("path:" + (ip_root ? Name(ip_root) : std::string("null")));
     }
 
-    static std::string Name(Item* ip_item)
-    {
-        return ip_item->GetType()->IsNull() ? ip_item->GetType()->GetName() : ip_item->AsString();
-    }
+    static std::string Name(Item* ip_item) { return ip_item->GetType()->IsNull() ? ip_item->GetType()->GetName() : ip_item->AsString(); }
     static std::string Describe(ConnectionInfo const& i_info) { return Name(i_info.m_from) + ">" + Name(i_info.m_to); }
 
     Data& mr_data;

@@ -23,9 +23,7 @@ TEST_F(ItemSetTest, JoinsFindAnItemByTwoAttributes)
 
 TEST_F(ItemSetTest, AlgebraOfSets)
 {
-    Item* lp_a = mp_user->NewItem("a");
-    Item* lp_b = mp_user->NewItem("b");
-    Item* lp_c = mp_user->NewItem("c");
+    Item *lp_a = mp_user->NewItem("a"), *lp_b = mp_user->NewItem("b"), *lp_c = mp_user->NewItem("c");
     Item* lp_room = mp_room->NewItem("lobby");
     lp_room->Connect(lp_a);
     lp_room->Connect(lp_b);
@@ -47,7 +45,7 @@ TEST_F(ItemSetTest, AlgebraOfSets)
     EXPECT_TRUE(ItemPtr(ItemSet()).IsNull());
 }
 
-TEST_F(ItemSetTest, SortsAreByteWiseAndReversible)
+TEST_F(ItemSetTest, SortsAreByteWiseAndReversibleAndByAnAttributeLeaveOutItemsWithoutIt)
 {
     ItemSet l_users;
     for (char const* lp_name : {"beta", "Zed", "alpha", "alphabet", "\xc3\xa9t\xc3\xa9", "Alpha"})
@@ -61,15 +59,12 @@ TEST_F(ItemSetTest, SortsAreByteWiseAndReversible)
     std::list<Item*> l_up = l_users.SortAlphabetic(true);
     l_up.reverse();
     EXPECT_EQ(l_users.SortAlphabetic(false), l_up);
-}
 
-TEST_F(ItemSetTest, SortsByAnAttributeLeaveOutItemsWithoutIt)
-{
     ItemPtr l_a = (*mp_user)["a"], l_b = (*mp_user)["b"];
     l_a += (*mp_order)["10"];
     l_b += (*mp_order)["9"];
-    ItemSet const l_users{l_a.Get(), l_b.Get(), mp_user->NewItem("c")};
-    EXPECT_EQ(l_users.SortNumericBy("download_order", true), (std::list<Item*>{l_b.Get(), l_a.Get()}));
-    EXPECT_EQ(l_users.SortAlphabeticBy("download_order", true), (std::list<Item*>{l_a.Get(), l_b.Get()})); // as text
+    ItemSet const l_ordered{l_a.Get(), l_b.Get(), mp_user->NewItem("c")};
+    EXPECT_EQ(l_ordered.SortNumericBy("download_order", true), (std::list<Item*>{l_b.Get(), l_a.Get()}));
+    EXPECT_EQ(l_ordered.SortAlphabeticBy("download_order", true), (std::list<Item*>{l_a.Get(), l_b.Get()})); // as text
     EXPECT_EQ(mp_order->GetItems().SortNumeric(false).front()->AsString(), "10");
 }

@@ -15,21 +15,20 @@ protected:
         return lp_root;
     }
 
-    PathNode* UserPath(Item* ip_fixed, PathNodeRelation i_relation)
+    // A root of a type with one child, of a type or fixed to an item.
+    PathNode* Path(char const* i_root, auto i_child, PathNodeRelation i_relation)
     {
-        auto* lp_root = new PathNode(&m_data, "user");
-        new PathNode(lp_root, ip_fixed, i_relation);
+        auto* lp_root = new PathNode(&m_data, i_root);
+        new PathNode(lp_root, i_child, i_relation);
         return lp_root;
     }
 
     void Complete(Item* ip_request, char const* i_skip = nullptr)
     {
-        std::vector<std::pair<char const*, char const*>> const l_attributes = {
-            {"user_port", "2235"}, {"peer_connection_request_id", "77"}, {"user", "alice"},
-            {"peer_connection_type", "P"}, {"user_address", "127.0.0.1"}};
-        for (auto const& l_attribute : l_attributes)
-            if (!i_skip || std::string(i_skip) != l_attribute.first)
-                ip_request->Connect(m_data.GetType(l_attribute.first)->GetItem(l_attribute.second));
+        for (auto [lp_type, lp_value] : {std::pair{"user_port", "2235"}, {"peer_connection_request_id", "77"},
+                 {"user", "alice"}, {"peer_connection_type", "P"}, {"user_address", "127.0.0.1"}})
+            if (!i_skip || std::string(i_skip) != lp_type)
+                ip_request->Connect(m_data.GetType(lp_type)->GetItem(lp_value));
     }
 };
 
@@ -68,9 +67,7 @@ TEST_F(PathEventTest, StillConnectedEdgesAloneDoNotFireAndOneRootIsDeliveredPerF
     EXPECT_EQ(l_recorder.m_paths, std::vector<Item*>{lp_alice});
 
     // Climbing back through a room two users share delivers only the one at the lowest address.
-    Item* lp_lobby = mp_room->NewItem("lobby");
-    Item* lp_a = mp_user->NewItem("a");
-    Item* lp_b = mp_user->NewItem("b");
+    Item *lp_lobby = mp_room->NewItem("lobby"), *lp_a = mp_user->NewItem("a"), *lp_b = mp_user->NewItem("b");
     lp_lobby->Connect(lp_a);
     lp_lobby->Connect(lp_b);
     lp_lobby->Connect(lp_topic->NewItem("news"));
@@ -79,15 +76,14 @@ TEST_F(PathEventTest, StillConnectedEdgesAloneDoNotFireAndOneRootIsDeliveredPerF
 
 TEST_F(PathEventTest, NewlyDisconnectedFiresAfterTheRemovedEventWithTheEdgeGone)
 {
-    Item* lp_lobby = mp_room->NewItem("lobby");
-    Item* lp_alice = mp_user->NewItem("alice");
+    Item *lp_lobby = mp_room->NewItem("lobby"), *lp_alice = mp_user->NewItem("alice");
     lp_lobby->Connect(lp_alice);
     Recorder l_recorder(m_data);
     l_recorder.ListenType(mp_user);
-    l_recorder.ListenPath(UserPath(lp_lobby, NewlyDisconnected));
+    l_recorder.ListenPath(Path("user", lp_lobby, NewlyDisconnected));
     bool l_edgeGone = false;
     Reactor l_checker([&](Item* ip_user) { l_edgeGone = !ip_user->IsConnected(lp_lobby); });
-    l_checker.Path(UserPath(lp_lobby, NewlyDisconnected));
+    l_checker.Path(Path("user", lp_lobby, NewlyDisconnected));
 
     lp_alice->Remove();
     EXPECT_TRUE(l_edgeGone);
@@ -98,7 +94,7 @@ TEST_F(PathEventTest, FixedNodesAndRootsRejectOtherItems)
 {
     Recorder l_recorder(m_data);
     Item* lp_lobby = mp_room->NewItem("lobby");
-    l_recorder.ListenPath(UserPath(lp_lobby, TriggerConnected));
+    l_recorder.ListenPath(Path("user", lp_lobby, TriggerConnected));
     Item* lp_alice = mp_user->NewItem("alice");
     mp_room->NewItem("hall")->Connect(lp_alice);
     EXPECT_TRUE(l_recorder.m_paths.empty());
@@ -143,18 +139,14 @@ TEST_F(PathEventTest, PathRemovedInANestedWalkStaysValidForTheOuterWalk)
     // Two listeners on one pair; the killer kills the other and connects again on the same
     // pair, so the nested walk removes the dead path while the outer walk may still hold it.
     auto lp_victim = std::make_unique<Recorder>(m_data);
-    auto* lp_root = new PathNode(&m_data, "room");
-    new PathNode(lp_root, "user", TriggerConnected);
-    lp_victim->ListenPath(lp_root);
+    lp_victim->ListenPath(Path("room", "user", TriggerConnected));
     Reactor l_killer([&](Item* ip_room) {
         if (!lp_victim)
             return;
         lp_victim.reset();
         ip_room->Connect(mp_user->GetItem("nested"));
     });
-    lp_root = new PathNode(&m_data, "room");
-    new PathNode(lp_root, "user", TriggerConnected);
-    l_killer.Path(lp_root);
+    l_killer.Path(Path("room", "user", TriggerConnected));
     mp_room->NewItem("lobby")->Connect(mp_user->NewItem("alice"));
     EXPECT_FALSE(lp_victim);
     EXPECT_GE(l_killer.m_calls, 2);

@@ -57,13 +57,9 @@ TEST_F(StorageTest, ConnectionsMatchAReferenceSetThroughEveryForm)
         if (l_index % 89 == 0 || l_order.size() - l_index < 40)
             l_check();
     }
-    std::vector<Item*> l_sorted = l_pool;
-    std::sort(l_sorted.begin(), l_sorted.end());
-    for (Item* lp_item : l_sorted)
-    {
-        lp_hub->Connect(lp_item);
-        l_expected.insert(lp_item);
-    }
+    std::sort(l_order.begin(), l_order.end());
+    for (Item* lp_item : l_order)
+        lp_hub->Connect(lp_item), l_expected.insert(lp_item);
     l_check();
     lp_hub->Disconnect("attr_a");
     l_expected.clear();

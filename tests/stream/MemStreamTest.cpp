@@ -27,10 +27,8 @@ TEST(MemStream, StorageGrowsBeforeItIsFullAndOutlivesReset)
     EXPECT_EQ(l_stream.GetBufferSize(), 5000);
 
     // A frame arrives in pieces straight into storage, as a socket reader receives it.
-    std::memcpy(l_stream.GetWriteBuffer(), l_bytes.data(), 2000);
-    l_stream.AdvanceWriteIndex(2000);
-    std::memcpy(l_stream.GetWriteBuffer(), l_bytes.data() + 2000, 256);
-    l_stream.AdvanceWriteIndex(256);
+    for (auto [l_from, l_length] : {std::pair{0, 2000}, {2000, 256}})
+        std::memcpy(l_stream.GetWriteBuffer(), l_bytes.data() + l_from, l_length), l_stream.AdvanceWriteIndex(l_length);
     EXPECT_EQ(std::string(l_stream.GetReadBuffer(), l_stream.GetPendingReadLength()), l_bytes);
 }
 

@@ -1,6 +1,6 @@
 #include "peer/PeerMessageCode.h"
 
-QString PeerCode::Name(int i_code)
+QString PeerCode::Name(long long i_code)
 {
     switch (i_code)
     {

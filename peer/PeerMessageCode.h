@@ -35,5 +35,5 @@ enum : int
 };
 
 // The name of a code for the log; an unknown one is its number and " (unknown)".
-QString Name(int i_code);
+QString Name(long long i_code);
 } // namespace PeerCode

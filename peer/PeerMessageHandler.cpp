@@ -16,7 +16,7 @@ bool PeerMessageHandler::Handle(QTcpSocket* ip_socket, std::string const& i_user
         Line(1, QStringLiteral("Could not read message code on connection to user %1, disposing of socket").arg(Q(i_user)));
         return false;
     }
-    Line(1, QStringLiteral("Received %1 message from user %2").arg(PeerCode::Name(static_cast<int>(l_code)), Q(i_user)));
+    Line(1, QStringLiteral("Received %1 message from user %2").arg(PeerCode::Name(l_code), Q(i_user)));
 
     std::string l_file;
     std::string l_text;

@@ -138,7 +138,7 @@ void PeerMessenger::SendMessage(std::string const& i_user, MemStream& i_message)
 {
     ItemPtr const l_user = User(i_user);
     ItemRange const l_sockets = l_user->ConnectedOfType(m_types.mp_peerSocket);
-    Line(1, QStringLiteral("Send %1 message to user %2").arg(PeerCode::Name(static_cast<int>(PeekCode(i_message))), Q(i_user)));
+    Line(1, QStringLiteral("Send %1 message to user %2").arg(PeerCode::Name(PeekCode(i_message)), Q(i_user)));
     Item* lp_chosen = nullptr;
     if (l_sockets.size() == 1)
     {

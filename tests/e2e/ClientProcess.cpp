@@ -1,8 +1,11 @@
 #include "ClientProcess.h"
 
+#include <QFile>
 #include <QProcessEnvironment>
 
 #include <csignal>
+
+#include "support/SavedGraph.h"
 
 ClientProcess::ClientProcess()
 {
@@ -26,6 +29,12 @@ ClientProcess::~ClientProcess()
 
 bool ClientProcess::Start()
 {
+    if (!QFile::exists(DataFile()))
+    {
+        SavedGraph l_seed;
+        l_seed.SetFreeListeningPort();
+        l_seed.Save(DataFile());
+    }
     m_process.start();
     return m_process.waitForStarted(10000);
 }

@@ -41,7 +41,9 @@ bool ClientProcess::Start()
 
 bool ClientProcess::Terminate(int i_timeoutMs)
 {
-    ::kill(static_cast<pid_t>(m_process.processId()), SIGTERM);
+    // A process that is gone has the id 0, which would signal this whole process group.
+    if (m_process.processId() > 0)
+        ::kill(static_cast<pid_t>(m_process.processId()), SIGTERM);
     return m_process.waitForFinished(i_timeoutMs) && m_process.exitStatus() == QProcess::NormalExit;
 }
 

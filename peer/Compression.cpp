@@ -9,11 +9,8 @@
 
 namespace
 {
-// The first output buffer: a share list inflates to a few times its compressed size, and the
-// guess is capped so that it alone never costs much.
-constexpr std::uint64_t g_minFirstGuess = 64 * 1024;
-constexpr std::uint64_t g_maxFirstGuess = 16 * 1024 * 1024;
 constexpr std::size_t g_maxInputStep = 1 << 30;
+constexpr uInt g_scratchLength = 64 * 1024;
 
 class InflateStream
 {
@@ -40,34 +37,22 @@ private:
     bool m_initialised = false;
 };
 
-// A stream with room for i_capacity bytes holding a copy of i_from's bytes.
-MemStream Grown(MemStream const& i_from, int i_capacity)
+// Runs the stream through inflate, producing at most one byte past i_maxOutput, which tells a
+// stream that ends at the bound from one that goes on. With op_target the output goes there,
+// which must have room for i_maxOutput + 1 bytes; without, it goes to a scratch buffer and is
+// only counted. o_size is the number of bytes produced.
+InflateResult Run(char const* ip_data, std::size_t i_length, char* op_target, std::uint64_t i_maxOutput,
+                  std::uint64_t& o_size)
 {
-    MemStream l_grown;
-    l_grown.EnsureBufferCapacity(i_capacity);
-    l_grown.WriteBuffer(i_from.GetReadBuffer(), static_cast<unsigned long>(i_from.GetWriteIndex()));
-    return l_grown;
-}
-
-InflateResult InflateInto(char const* ip_data, std::size_t i_length, MemStream& o_body, std::uint64_t i_maxOutput)
-{
-    // A stream's indices are ints: more than that is too large whatever the caller allows.
-    std::uint64_t const l_maxOutput = std::min<std::uint64_t>(i_maxOutput, INT_MAX - 2);
-    // One byte past the bound must fit to tell a stream that ends at the bound from one that
-    // goes on; MemStream keeps one more byte free after its data.
-    std::uint64_t const l_capacityLimit = l_maxOutput + 2;
-
     InflateStream l_inflater;
     z_stream& l_zlib = l_inflater.m_stream;
     if (int const l_init = l_inflater.Init(); l_init != Z_OK)
         return l_init == Z_MEM_ERROR ? InflateResult::OutOfMemory : InflateResult::BadData;
 
-    MemStream l_body;
-    l_body.EnsureBufferCapacity(static_cast<int>(
-        std::min(std::clamp<std::uint64_t>(std::uint64_t{i_length} * 4, g_minFirstGuess, g_maxFirstGuess), l_capacityLimit)));
-
+    auto l_scratch = op_target ? nullptr : std::make_unique_for_overwrite<Bytef[]>(g_scratchLength);
     auto const* lp_next = reinterpret_cast<Bytef const*>(ip_data);
     std::size_t l_unfed = i_length;
+    o_size = 0;
     while (true)
     {
         if (l_zlib.avail_in == 0 && l_unfed > 0)
@@ -78,32 +63,19 @@ InflateResult InflateInto(char const* ip_data, std::size_t i_length, MemStream& 
             lp_next += l_step;
             l_unfed -= l_step;
         }
-
-        std::uint64_t const l_held = static_cast<std::uint64_t>(l_body.GetWriteIndex());
-        int l_free = l_body.GetBufferSize() - l_body.GetWriteIndex() - 1;
-        if (l_free <= 0)
-        {
-            std::uint64_t const l_size = static_cast<std::uint64_t>(l_body.GetBufferSize());
-            std::uint64_t const l_grownSize = std::min(l_size * 2, l_capacityLimit);
-            if (l_grownSize <= l_size)
-                return InflateResult::TooLarge;
-            l_body = Grown(l_body, static_cast<int>(l_grownSize));
-            l_free = l_body.GetBufferSize() - l_body.GetWriteIndex() - 1;
-        }
-        // Never more than one byte past the bound.
-        uInt const l_room = static_cast<uInt>(std::min<std::uint64_t>(l_free, l_maxOutput + 1 - l_held));
-        l_zlib.next_out = reinterpret_cast<Bytef*>(l_body.GetWriteBuffer());
-        l_zlib.avail_out = l_room;
+        std::uint64_t const l_room = i_maxOutput + 1 - o_size;
+        l_zlib.next_out = op_target ? reinterpret_cast<Bytef*>(op_target + o_size) : l_scratch.get();
+        l_zlib.avail_out = static_cast<uInt>(std::min<std::uint64_t>(l_room, op_target ? UINT_MAX : g_scratchLength));
+        uInt const l_offered = l_zlib.avail_out;
 
         int const l_result = inflate(&l_zlib, Z_NO_FLUSH);
-        l_body.AdvanceWriteIndex(static_cast<int>(l_room - l_zlib.avail_out));
-        if (static_cast<std::uint64_t>(l_body.GetWriteIndex()) > l_maxOutput)
+        o_size += l_offered - l_zlib.avail_out;
+        if (o_size > i_maxOutput)
             return InflateResult::TooLarge;
 
         switch (l_result)
         {
         case Z_STREAM_END:
-            o_body = l_body;
             return InflateResult::Ok;
         case Z_MEM_ERROR:
             return InflateResult::OutOfMemory;
@@ -118,6 +90,30 @@ InflateResult InflateInto(char const* ip_data, std::size_t i_length, MemStream& 
             return InflateResult::BadData;
         }
     }
+}
+
+// The stream is inflated twice: once only to count, then into a buffer of exactly that size.
+// So memory follows the bytes a message really holds, and a bomb is refused before anything
+// is allocated for it; inflating is fast next to everything else done with such a message.
+InflateResult InflateInto(char const* ip_data, std::size_t i_length, MemStream& o_body, std::uint64_t i_maxOutput)
+{
+    // A stream's indices are ints: more than that is too large whatever the caller allows.
+    std::uint64_t const l_maxOutput = std::min<std::uint64_t>(i_maxOutput, INT_MAX - 2);
+    std::uint64_t l_size = 0;
+    if (InflateResult const l_measured = Run(ip_data, i_length, nullptr, l_maxOutput, l_size);
+        l_measured != InflateResult::Ok)
+        return l_measured;
+
+    // Room for the probe byte past the end, and the free byte MemStream keeps after its data.
+    MemStream l_body;
+    l_body.EnsureBufferCapacity(static_cast<int>(l_size + 2));
+    std::uint64_t l_filled = 0;
+    if (InflateResult const l_result = Run(ip_data, i_length, l_body.GetWriteBuffer(), l_size, l_filled);
+        l_result != InflateResult::Ok)
+        return l_result;
+    l_body.AdvanceWriteIndex(static_cast<int>(l_filled));
+    o_body = l_body;
+    return InflateResult::Ok;
 }
 } // namespace
 

@@ -21,9 +21,9 @@ enum class InflateResult
     OutOfMemory
 };
 
-// Inflates one zlib stream; bytes after its end are ignored. The output buffer grows with the
-// bytes really inflated, never past i_maxOutput plus a little, so a small message cannot make
-// us allocate on the word of its compression ratio. o_body is a new stream, read from the
-// start, and empty unless the result is Ok.
+// Inflates one zlib stream; bytes after its end are ignored. The output buffer is taken only
+// once the inflated size is known, and only when that is within i_maxOutput, so a small message
+// cannot make us allocate on the word of its compression ratio. o_body is a new stream, read
+// from the start, and empty unless the result is Ok.
 InflateResult Inflate(char const* ip_data, std::size_t i_length, MemStream& o_body,
                       std::uint64_t i_maxOutput = PeerLimits::s_maxInflatedBytes);

@@ -1,8 +1,11 @@
 #include "ClientProcess.h"
 
+#include <QFile>
 #include <QProcessEnvironment>
 
 #include <csignal>
+
+#include "support/SavedGraph.h"
 
 ClientProcess::ClientProcess()
 {
@@ -26,13 +29,21 @@ ClientProcess::~ClientProcess()
 
 bool ClientProcess::Start()
 {
+    if (!QFile::exists(DataFile()))
+    {
+        SavedGraph l_seed;
+        l_seed.SetFreeListeningPort();
+        l_seed.Save(DataFile());
+    }
     m_process.start();
     return m_process.waitForStarted(10000);
 }
 
 bool ClientProcess::Terminate(int i_timeoutMs)
 {
-    ::kill(static_cast<pid_t>(m_process.processId()), SIGTERM);
+    // A process that is gone has the id 0, which would signal this whole process group.
+    if (m_process.processId() > 0)
+        ::kill(static_cast<pid_t>(m_process.processId()), SIGTERM);
     return m_process.waitForFinished(i_timeoutMs) && m_process.exitStatus() == QProcess::NormalExit;
 }
 

@@ -14,8 +14,10 @@ public:
     QString Home() const { return m_home.path(); }
     QString DataFile() const { return m_home.path() + QStringLiteral("/.Tidewick"); }
 
+    // A home without a data file gets one holding only a free listening port.
     bool Start();
     bool IsRunning() const { return m_process.state() == QProcess::Running; }
+    qint64 Pid() const { return m_process.processId(); }
     // Sends SIGTERM and waits; true if the process exited normally within the time.
     bool Terminate(int i_timeoutMs = 10000);
     int ExitCode() const { return m_process.exitCode(); }

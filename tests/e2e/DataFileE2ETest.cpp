@@ -6,7 +6,8 @@
 #include <sys/stat.h>
 
 #include "ClientProcess.h"
-#include "SavedGraph.h"
+#include "support/FreePort.h"
+#include "support/SavedGraph.h"
 
 namespace
 {
@@ -24,11 +25,12 @@ void RunAndStop(ClientProcess& io_client)
 TEST(DataFileEndToEnd, SavedSettingsSurviveAndRunOnlyValuesDoNot)
 {
     ClientProcess l_client;
+    std::string const l_port = std::to_string(FreePort());
     {
         SavedGraph l_seed(true);
         l_seed.Set("global", "username", "e2e-user");
         l_seed.Set("global", "password", "s3cret");
-        l_seed.Set("global", "listening_port", "2299");
+        l_seed.Set("global", "listening_port", l_port);
         l_seed.Set("vglobal", "wish_list_wait", "600");
         ASSERT_TRUE(l_seed.Save(l_client.DataFile()));
     }
@@ -45,7 +47,7 @@ TEST(DataFileEndToEnd, SavedSettingsSurviveAndRunOnlyValuesDoNot)
     l_saved.Load(l_client.DataFile());
     EXPECT_EQ(l_saved.Setting("global", "username"), "e2e-user");
     EXPECT_EQ(l_saved.Setting("global", "password"), "s3cret");
-    EXPECT_EQ(l_saved.Setting("global", "listening_port"), "2299");
+    EXPECT_EQ(l_saved.Setting("global", "listening_port"), l_port);
     QFile l_file(l_client.DataFile());
     ASSERT_TRUE(l_file.open(QIODevice::ReadOnly));
     QByteArray const l_bytes = l_file.readAll();

@@ -5,7 +5,7 @@
 
 #include "CentralServerProcess.h"
 #include "ClientProcess.h"
-#include "SavedGraph.h"
+#include "support/SavedGraph.h"
 #include "support/RawClient.h"
 #include "support/WaitFor.h"
 
@@ -20,6 +20,7 @@ void SeedClient(ClientProcess& io_client, std::string const& i_name, std::string
     l_seed.Set("global", "username", i_name);
     l_seed.Set("global", "password", i_password);
     l_seed.Set("global", "use_upnp", "no");
+    l_seed.SetFreeListeningPort();
     l_seed.AddAutojoinRoom("e2e-room");
     if (!i_listedUser.empty())
         l_seed.ListUser(i_listedUser, {"friends"});

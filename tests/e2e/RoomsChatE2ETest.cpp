@@ -16,7 +16,7 @@
 
 #include "CentralServerProcess.h"
 #include "ClientProcess.h"
-#include "SavedGraph.h"
+#include "support/SavedGraph.h"
 #include "shell/ActionSetToolBar.h"
 #include "shell/MainWindow.h"
 #include "shell/TimerManager.h"
@@ -34,6 +34,7 @@ void Seed(QString const& i_file, std::string const& i_name, bool i_autojoin)
     l_seed.Set("global", "username", i_name);
     l_seed.Set("global", "password", i_name + "-pw");
     l_seed.Set("global", "use_upnp", "no");
+    l_seed.SetFreeListeningPort();
     if (i_autojoin)
         l_seed.AddAutojoinRoom("e2e-lobby");
     ASSERT_TRUE(l_seed.Save(i_file));

@@ -1,9 +1,11 @@
 #include "support/AppEnvironment.h"
 
 #include <QApplication>
+#include <QFile>
 #include <QMessageBox>
 
 #include "shell/MainWindow.h"
+#include "support/SavedGraph.h"
 
 std::unique_ptr<QTemporaryDir> AppEnvironment::s_home;
 
@@ -11,7 +13,14 @@ MainWindow* AppEnvironment::Window()
 {
     if (!mainWindow)
     {
-        PrepareHome();
+        // A home without a data file gets one holding only a free listening port.
+        QString const l_file = PrepareHome() + QStringLiteral("/.Tidewick");
+        if (!QFile::exists(l_file))
+        {
+            SavedGraph l_seed;
+            l_seed.SetFreeListeningPort();
+            l_seed.Save(l_file);
+        }
         // Deliberately never destroyed during the run: the process ends after the tests.
         (new MainWindow)->show();
         QApplication::processEvents();

@@ -1,4 +1,6 @@
-#include "SavedGraph.h"
+#include "support/SavedGraph.h"
+
+#include "support/FreePort.h"
 
 SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
 {
@@ -24,6 +26,11 @@ SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
 void SavedGraph::Set(char const* i_keyType, std::string const& i_key, std::string const& i_value)
 {
     m_data.GetType(i_keyType)->GetItem(i_key)->Connect(m_data.GetType("global_value")->GetItem(i_value));
+}
+
+void SavedGraph::SetFreeListeningPort()
+{
+    Set("global", "listening_port", std::to_string(FreePort()));
 }
 
 std::optional<std::string> SavedGraph::Setting(char const* i_keyType, std::string const& i_key) const

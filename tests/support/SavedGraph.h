@@ -18,6 +18,8 @@ public:
     explicit SavedGraph(bool i_withRunOnlyKeys = false);
 
     void Set(char const* i_keyType, std::string const& i_key, std::string const& i_value);
+    // A listening port of its own, so that clients of tests never meet on the default one.
+    void SetFreeListeningPort();
     std::optional<std::string> Setting(char const* i_keyType, std::string const& i_key) const;
     void AddAutojoinRoom(std::string const& i_room);
     bool IsAutojoinRoom(std::string const& i_room) const;

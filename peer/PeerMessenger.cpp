@@ -4,10 +4,8 @@
 #include <QHostAddress>
 #include <QMetaMethod>
 
-#include <algorithm>
 #include <charconv>
 #include <map>
-#include <utility>
 
 #include "peer/PeerLog.h"
 #include "peer/PeerMessageCode.h"
@@ -463,8 +461,7 @@ void PeerMessenger::DisposeOfPeerConnectionRequest(ItemPtr i_attempt)
 void PeerMessenger::OnPeerConnectionRequest(Item* ip_request)
 {
     ItemPtr const l_request(ip_request);
-    if (l_request.HasItem("peer_connection_request_socket") ||
-        std::find(m_refusedRequests.begin(), m_refusedRequests.end(), ip_request) != m_refusedRequests.end())
+    if (l_request.HasItem("peer_connection_request_socket"))
         return;
     ItemPtr const l_user = l_request.GetItem("user");
     if (m_types.mp_requestSocket->ItemCount() >= PeerLimits::s_maxDialBackSockets)
@@ -474,11 +471,7 @@ void PeerMessenger::OnPeerConnectionRequest(Item* ip_request)
                        .arg(Q(l_user.AsString())), l_user);
         if (gp_server)
             gp_server->SendCantConnectToPeer(l_request.GetItem("peer_connection_request_id").AsUInt(), l_user.AsString());
-        // This runs while a part is being connected to the request, and the graph must not
-        // lose either end of that connection under it: the request goes from the event loop.
-        if (m_refusedRequests.empty())
-            QMetaObject::invokeMethod(this, &PeerMessenger::RemoveRefusedRequests, Qt::QueuedConnection);
-        m_refusedRequests.push_back(ip_request);
+        l_request.Remove();
         return;
     }
     auto* lp_socket = new QTcpSocket();
@@ -492,13 +485,6 @@ void PeerMessenger::OnPeerConnectionRequest(Item* ip_request)
     Line(1, QStringLiteral("Indirect peer connection requested from user %1").arg(Q(l_user.AsString())), l_user);
     QHostAddress const l_address(l_user.GetItem("user_address").AsUInt());
     lp_socket->connectToHost(l_address, static_cast<quint16>(l_user.GetItem("user_port").AsUInt()), QIODevice::ReadWrite);
-}
-
-void PeerMessenger::RemoveRefusedRequests()
-{
-    // Nothing else removes a request that has no socket, so each one is still there.
-    for (Item* lp_request : std::exchange(m_refusedRequests, {}))
-        ItemPtr(lp_request).Remove();
 }
 
 void PeerMessenger::OnIndirectResponseSocketConnected()

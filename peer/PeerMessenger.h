@@ -10,7 +10,6 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
 #include "peer/ShareList.h"
 #include "peer/SocketBufferInfo.h"
@@ -129,7 +128,6 @@ private:
     };
 
     void OnPeerConnectionRequest(Item* ip_request);
-    void RemoveRefusedRequests();
     void OnUserAddress(Item* ip_user);
 
     bool Listen();
@@ -167,8 +165,6 @@ private:
     std::uint64_t m_acceptCounter = 0;
     std::uint64_t m_queuedBytes = 0;
     QString m_listenError;
-    // Dial-back requests refused at the bound, removed once the event that made them is over.
-    std::vector<Item*> m_refusedRequests;
     ShareListResponder m_shareListResponder;
     std::unique_ptr<PeerMessageHandler> mp_handler;
 };

@@ -104,7 +104,9 @@ void Data::NotifyPairs(std::map<TypePair, PairHandlerSet>& io_map, Item* ip_a, I
         });
     };
     l_deliver(ip_a, ip_b);
-    l_deliver(ip_b, ip_a);
+    // A listener of the first direction may have removed an end: the second hears nothing.
+    if (!ip_a->IsRemoved() && !ip_b->IsRemoved())
+        l_deliver(ip_b, ip_a);
 }
 
 int Data::RemoveDisconnectedItems()

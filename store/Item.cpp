@@ -97,12 +97,19 @@ Item* Item::Connect(Item* ip_other)
     ConnectThisEnd(ip_other, l_relation.m_typeTo);
     ip_other->ConnectThisEnd(this, l_relation.m_typeFrom);
 
+    // A listener may remove either end; both stay readable until the announcement is over,
+    // and listeners further on hear nothing of a connection that is gone.
+    EventDelivery::Walk l_walk;
+    Data* lp_data = mp_type->mp_data;
     ConnectionInfo l_info{this, ip_other};
     mp_type->m_connectionEvent.Notify(l_info);
-    mp_type->mp_data->m_connectionEvent.Notify(l_info);
+    if (!EitherRemoved(ip_other))
+        lp_data->m_connectionEvent.Notify(l_info);
     ConnectionInfo l_reverse{ip_other, this};
-    ip_other->mp_type->m_connectionEvent.Notify(l_reverse);
-    mp_type->mp_data->NotifyConnectionEventHandlers(this, ip_other);
+    if (!EitherRemoved(ip_other))
+        ip_other->mp_type->m_connectionEvent.Notify(l_reverse);
+    if (!EitherRemoved(ip_other))
+        lp_data->NotifyConnectionEventHandlers(this, ip_other);
     return ip_other;
 }
 
@@ -189,6 +196,7 @@ void Item::Disconnect(Item* ip_other)
     DisconnectThisEnd(ip_other);
     ip_other->DisconnectThisEnd(this);
 
+    EventDelivery::Walk l_walk;
     ConnectionInfo l_info{this, ip_other};
     mp_type->m_disconnectionEvent.Notify(l_info);
     mp_type->mp_data->m_disconnectionEvent.Notify(l_info);

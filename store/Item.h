@@ -87,6 +87,7 @@ private:
     Item(Type* ip_type, std::uint32_t i_valueSize) : mp_type(ip_type), m_valueSize(i_valueSize) {}
     ~Item();
 
+    bool EitherRemoved(Item const* ip_other) const { return IsRemoved() || ip_other->IsRemoved(); }
     ConnectionGroup* FindGroup(Type* ip_type) const;
     ConnectionGroup* GroupArray() const;
     void SetGroupArray(ConnectionGroup* ip_groups);

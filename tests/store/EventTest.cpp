@@ -106,3 +106,23 @@ TEST_F(EventTest, HandlerMarkedInANestedWalkStaysValidForTheOuterWalk)
     EXPECT_EQ(mp_user->m_itemAddedEvent.Size(), 1u);
     EXPECT_EQ(EventDelivery::Depth(), 0);
 }
+
+// A path listener that takes its request away as soon as the user comes, as a refused
+// dial-back goes: the ends stay readable to the end of the announcement, and listeners later
+// in it hear nothing of a connection that is gone.
+TEST_F(EventTest, AListenerMayRemoveAnEndOfTheConnectionBeingAnnounced)
+{
+    auto* lp_root = new PathNode(&m_data, "peer_connection_request");
+    new PathNode(lp_root, "user", TriggerConnected);
+    Reactor l_remover([](Item* ip_request) { ip_request->Remove(); });
+    l_remover.Path(lp_root);
+    Recorder l_recorder(m_data);
+    l_recorder.ListenPair(mp_user, mp_pcr);
+
+    Item* lp_user = mp_user->NewItem("bob");
+    mp_pcr->NewItem()->Connect(lp_user);
+    EXPECT_EQ(l_remover.m_calls, 1);
+    EXPECT_EQ(mp_pcr->ItemCount(), 0u);
+    EXPECT_TRUE(lp_user->IsDisconnectedFromAll());
+    EXPECT_EQ(l_recorder.m_lines, (std::vector<std::string>{"pdisc:bob>peer_connection_request"}));
+}

@@ -1,6 +1,5 @@
 #include "CentralServerProcess.h"
 
-#include <csignal>
 
 #include "support/WaitFor.h"
 
@@ -33,7 +32,7 @@ bool CentralServerProcess::Start()
 
 bool CentralServerProcess::Stop(int i_timeoutMs)
 {
-    ::kill(static_cast<pid_t>(m_process.processId()), SIGTERM);
+    m_process.terminate(); // SIGTERM, and nothing when the process is gone
     bool const l_ended = m_process.waitForFinished(i_timeoutMs);
     Collect();
     return l_ended && m_process.exitStatus() == QProcess::NormalExit && m_process.exitCode() == 0;

@@ -3,7 +3,6 @@
 #include <QFile>
 #include <QProcessEnvironment>
 
-#include <csignal>
 
 #include "support/SavedGraph.h"
 
@@ -41,9 +40,7 @@ bool ClientProcess::Start()
 
 bool ClientProcess::Terminate(int i_timeoutMs)
 {
-    // A process that is gone has the id 0, which would signal this whole process group.
-    if (m_process.processId() > 0)
-        ::kill(static_cast<pid_t>(m_process.processId()), SIGTERM);
+    m_process.terminate(); // SIGTERM, and nothing when the process is gone
     return m_process.waitForFinished(i_timeoutMs) && m_process.exitStatus() == QProcess::NormalExit;
 }
 

@@ -46,12 +46,11 @@ protected:
             l_bytes.File(l_path, 1);
         return l_bytes.U8(1).U32(100).U32(0).U32(0);
     }
-    // The user is the one the connection belongs to.
-    Result Read(WireBytes const& i_bytes, std::string const& i_user = "bob")
+    Result Read(WireBytes const& i_bytes, std::string const& i_connectionUser = "bob")
     {
         MemStream l_body = i_bytes.Stream();
         m_results = d.GetType("user")->GetItem("placeholder"); // must come back null unless accepted
-        return m_reader.Read(l_body, i_user, m_results);
+        return m_reader.Read(l_body, i_connectionUser, m_results);
     }
 
     // The sender's side of the last answer, then its files, each as its values joined by '|'.

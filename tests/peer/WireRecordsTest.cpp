@@ -56,8 +56,8 @@ TEST(PeerWireRecords, FilesAndFolders)
 
 TEST(PeerWireRecords, ShareListsTablesAndTheListOfNothing)
 {
-    // A received list replaces the map's contents and leaves the table behind it; a repeated
-    // record goes, a folder without files stays, and names sort by unsigned bytes.
+    // A list of four files, at the bound, replaces the map and leaves the table behind it; a
+    // repeated record goes, a folder without files stays, and names sort by unsigned bytes.
     FileInfoMap l_map{{"stale", {}}};
     WireBytes const l_list = WireBytes().U32(2).Str("m").U32(4).File("\xc3\xa9", 2).File("z", 1).File("z", 1).File("a", 1);
     ASSERT_EQ(ReadFrom(WireBytes(l_list).Str("empty").U32(0).U32(0), l_map, 4), ShareListRead::Ok);
@@ -71,9 +71,8 @@ TEST(PeerWireRecords, ShareListsTablesAndTheListOfNothing)
     EXPECT_EQ(ReadFrom(WireBytes().U32(1).Str("f").U32(2).File("a", 1), l_map), ShareListRead::Bad);
     // The bound counts files over all folders: a folder that announces one too many stops the
     // read before its records.
-    WireBytes const l_first = WireBytes().U32(2).Str("f").U32(2).File("a", 1).File("b", 1).Str("g");
-    EXPECT_EQ(ReadFrom(WireBytes(l_first).U32(2).File("c", 1).File("d", 1), l_map), ShareListRead::Ok);
-    EXPECT_EQ(ReadFrom(WireBytes(l_first).U32(3).File("c", 1), l_map, WireBytes().File("c", 1).m_bytes.size()),
+    EXPECT_EQ(ReadFrom(WireBytes().U32(2).Str("f").U32(2).File("a", 1).File("b", 1).Str("g").U32(3).File("c", 1), l_map,
+                       WireBytes().File("c", 1).m_bytes.size()),
               ShareListRead::TooManyFiles);
 
     AttributeTranslationTable l_table;

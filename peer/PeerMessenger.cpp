@@ -251,23 +251,29 @@ void PeerMessenger::MakeRoomForUninitialized()
 {
     if (m_types.mp_uninitialized->ItemCount() < PeerLimits::s_maxUninitializedSockets)
         return;
-    QTcpSocket* lp_oldest = nullptr;
-    std::uint64_t l_oldestOrder = 0;
-    for (Item* lp_item : m_types.mp_uninitialized->Items())
+    QTcpSocket* lp_oldest = SocketWithLeast(m_types.mp_uninitialized, &SocketBufferInfo::m_acceptOrder);
+    Line(1, QStringLiteral("%1 sockets wait for their first frame; closing the oldest, from %2")
+                .arg(PeerLimits::s_maxUninitializedSockets)
+                .arg(PeerName(lp_oldest)));
+    DisposeOfSocket(lp_oldest);
+}
+
+QTcpSocket* PeerMessenger::SocketWithLeast(Type* ip_type, std::int64_t SocketBufferInfo::*i_field) const
+{
+    QTcpSocket* lp_least = nullptr;
+    std::int64_t l_least = 0;
+    for (Item* lp_item : ip_type->Items())
     {
         auto* lp_socket = lp_item->AsPointer<QTcpSocket>();
         auto const l_found = m_buffers.find(lp_socket);
-        std::uint64_t const l_order = l_found == m_buffers.end() ? 0 : l_found->second.m_acceptOrder;
-        if (!lp_oldest || l_order < l_oldestOrder)
+        std::int64_t const l_value = l_found == m_buffers.end() ? 0 : l_found->second.*i_field;
+        if (!lp_least || l_value < l_least)
         {
-            lp_oldest = lp_socket;
-            l_oldestOrder = l_order;
+            lp_least = lp_socket;
+            l_least = l_value;
         }
     }
-    Line(1, QStringLiteral("%1 sockets wait for their first frame; closing the oldest, from %2")
-                   .arg(PeerLimits::s_maxUninitializedSockets)
-                   .arg(PeerName(lp_oldest)));
-    DisposeOfSocket(lp_oldest);
+    return lp_least;
 }
 
 // ---- Reaching a peer ----
@@ -553,22 +559,10 @@ void PeerMessenger::MakeRoomForMessaging()
 {
     if (m_types.mp_peerSocket->ItemCount() < PeerLimits::s_maxMessagingConnections)
         return;
-    QTcpSocket* lp_idlest = nullptr;
-    std::int64_t l_idlestMs = 0;
-    for (Item* lp_item : m_types.mp_peerSocket->Items())
-    {
-        auto* lp_socket = lp_item->AsPointer<QTcpSocket>();
-        auto const l_found = m_buffers.find(lp_socket);
-        std::int64_t const l_ms = l_found == m_buffers.end() ? 0 : l_found->second.m_lastActivityMs;
-        if (!lp_idlest || l_ms < l_idlestMs)
-        {
-            lp_idlest = lp_socket;
-            l_idlestMs = l_ms;
-        }
-    }
+    QTcpSocket* lp_idlest = SocketWithLeast(m_types.mp_peerSocket, &SocketBufferInfo::m_lastActivityMs);
     Line(1, QStringLiteral("%1 messaging connections are open; closing the one idle longest, to %2")
-                   .arg(PeerLimits::s_maxMessagingConnections)
-                   .arg(PeerName(lp_idlest)));
+                .arg(PeerLimits::s_maxMessagingConnections)
+                .arg(PeerName(lp_idlest)));
     DisposeOfSocket(lp_idlest);
 }
 

@@ -150,6 +150,9 @@ private:
     void MakeRoomInQueue(std::uint64_t i_incoming);
     void MakeRoomForUninitialized();
     void MakeRoomForMessaging();
+    // The socket of a type whose record holds the least of a field; one without a record
+    // counts as the least.
+    QTcpSocket* SocketWithLeast(Type* ip_type, std::int64_t SocketBufferInfo::*i_field) const;
 
     ItemPtr SocketItem(Type* ip_type, QTcpSocket* ip_socket) const;
     ItemPtr User(std::string const& i_user) const;
@@ -162,7 +165,7 @@ private:
     std::unordered_map<QTcpSocket*, SocketBufferInfo> m_buffers;
     FrameReader::Budget m_budget;
     std::uint32_t m_sendOrder = 0;
-    std::uint64_t m_acceptCounter = 0;
+    std::int64_t m_acceptCounter = 0;
     std::uint64_t m_queuedBytes = 0;
     QString m_listenError;
     ShareListResponder m_shareListResponder;

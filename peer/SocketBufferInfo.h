@@ -28,5 +28,5 @@ struct SocketBufferInfo
     // When a byte last went either way, for choosing which connection to close at the limit.
     std::int64_t m_lastActivityMs = 0;
     // Order of acceptance, for closing the oldest socket that never identified itself.
-    std::uint64_t m_acceptOrder = 0;
+    std::int64_t m_acceptOrder = 0;
 };

@@ -1,7 +1,10 @@
 // Messages on a messaging connection: where a message to a user goes, the queue, every code
 // received and sent against bytes laid out by hand, and the bounds on what a peer can claim.
 
+#include <QThread>
 #include <QtEndian>
+
+#include <sys/resource.h>
 
 #include "PeerFixture.h"
 
@@ -200,4 +203,43 @@ TEST_F(PeerTest, BoundsHoldAtTheirLimitsAndActJustPast)
     EXPECT_EQ(Count("unsent_message"), 2u);
     EXPECT_EQ(mp_messenger->QueuedBytes(), static_cast<std::uint64_t>(l_half + 4));
     EXPECT_TRUE(m_lines.contains("1|The unsent message queue holds 67108864 bytes; the oldest message, to user carol, is dropped"));
+}
+
+// A peer that asks and never reads is dropped once its answers pass the unsent bound; of 513
+// messaging connections the one idle longest goes.
+TEST_F(PeerTest, AReaderThatNeverReadsAndTheConnectionCountAreBounded)
+{
+    QByteArray const l_answer(1 << 20, 'x');
+    mp_messenger->SetShareListResponder([&](std::string const&)
+    {
+        MemStream l_message;
+        l_message.WriteBuffer(l_answer.constData(), static_cast<unsigned long>(l_answer.size()));
+        return l_message;
+    });
+    std::unique_ptr<PeerLink> lp_greedy = OpenFrom("bob");
+    lp_greedy->StopReading();
+    for (int l_index = 0; l_index < 160 && lp_greedy->IsOpen(); ++l_index)
+        lp_greedy->Send(Body(4));
+    EXPECT_TRUE(WaitLogged("1|More than 134217728 bytes wait unsent to user bob, which does not read; closing"));
+    EXPECT_TRUE(WaitFor([] { return Count("peer_socket") == 0; }));
+
+    rlimit l_limit{};
+    getrlimit(RLIMIT_NOFILE, &l_limit);
+    l_limit.rlim_cur = std::max<rlim_t>(l_limit.rlim_cur, std::min<rlim_t>(l_limit.rlim_max, 4096));
+    setrlimit(RLIMIT_NOFILE, &l_limit);
+    std::vector<std::unique_ptr<PeerLink>> l_links;
+    for (int l_index = 0; l_index < 512; ++l_index)
+    {
+        l_links.push_back(OpenFrom("p" + QByteArray::number(l_index)));
+        if (l_index == 1)
+            QThread::msleep(5); // activity times are in milliseconds: p0 and p1 are older than the rest
+    }
+    EXPECT_FALSE(m_lines.join().contains("messaging connections are open"));
+    l_links.front()->Send(Body(43).Str("still here")); // the first is no longer the idlest
+    Settle(*l_links.front(), "p0");
+    l_links.push_back(OpenFrom("late"));
+    EXPECT_TRUE(l_links[1]->WaitClosed());
+    EXPECT_TRUE(l_links.front()->IsOpen());
+    EXPECT_TRUE(m_lines.contains("1|512 messaging connections are open; closing the one idle longest, to user p1"));
+    EXPECT_EQ(Count("peer_socket"), 512u);
 }

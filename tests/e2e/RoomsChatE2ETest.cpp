@@ -186,7 +186,10 @@ TEST(RoomsAndChatEndToEnd, RoomListRoomChatAndPrivateMessages)
     actionBar->actions().value(1)->trigger();
     EXPECT_TRUE(l_saveAndRead());
     ClientProcess l_second;
-    ASSERT_TRUE(QFile::copy(l_saved, l_second.DataFile()));
+    SavedGraph l_copy; // alice's file, with a port of its own, as this process listens on hers
+    l_copy.Load(l_saved);
+    l_copy.SetFreeListeningPort();
+    ASSERT_TRUE(l_copy.Save(l_second.DataFile()));
     ASSERT_TRUE(l_second.Start());
     EXPECT_TRUE(WaitFor([&] { return l_server.CountLines(QStringLiteral("enter room alice e2e-lobby")) == 2; }, 20000))
         << l_server.Log().toStdString();

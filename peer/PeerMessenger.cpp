@@ -324,15 +324,24 @@ void PeerMessenger::StartDirectAttempt(ItemPtr i_attempt, ItemPtr i_user, char c
                        .arg(QString::fromLatin1(i_type), Q(i_user.AsString())));
         return;
     }
+    i_attempt += Dial(i_user, m_types.mp_attemptSocket, &PeerMessenger::OnConnectToPeerSocketConnected,
+                      &PeerMessenger::OnConnectToPeerSocketError, false);
+}
+
+ItemPtr PeerMessenger::Dial(ItemPtr i_user, Type* ip_itemType, void (PeerMessenger::*i_onConnected)(),
+                            void (PeerMessenger::*i_onError)(QAbstractSocket::SocketError), bool i_watchClose)
+{
     auto* lp_socket = new QTcpSocket();
     lp_socket->setReadBufferSize(PeerLimits::s_socketReadBufferSize);
-    connect(lp_socket, &QTcpSocket::connected, this, &PeerMessenger::OnConnectToPeerSocketConnected);
-    connect(lp_socket, &QTcpSocket::errorOccurred, this, &PeerMessenger::OnConnectToPeerSocketError);
-    ItemPtr const l_socket = m_types.mp_attemptSocket->NewItem(Value(lp_socket));
+    connect(lp_socket, &QTcpSocket::connected, this, i_onConnected);
+    connect(lp_socket, &QTcpSocket::errorOccurred, this, i_onError);
+    if (i_watchClose)
+        connect(lp_socket, &QTcpSocket::disconnected, this, &PeerMessenger::OnSocketClosed);
+    ItemPtr const l_socket = ip_itemType->NewItem(Value(lp_socket));
     l_socket += m_types.mp_creationTime->GetItem(Value(Now()));
-    i_attempt += l_socket;
     QHostAddress const l_address(i_user.GetItem("user_address").AsUInt());
     lp_socket->connectToHost(l_address, static_cast<quint16>(i_user.GetItem("user_port").AsUInt()), QIODevice::ReadWrite);
+    return l_socket;
 }
 
 void PeerMessenger::OnUserAddress(Item* ip_user)
@@ -357,18 +366,28 @@ void PeerMessenger::OnUserAddress(Item* ip_user)
     }
 }
 
-void PeerMessenger::OnConnectToPeerSocketConnected()
+QTcpSocket* PeerMessenger::ConnectedSender(Type* ip_type, ItemPtr& o_item)
 {
     auto* lp_socket = qobject_cast<QTcpSocket*>(sender());
     if (!lp_socket)
-        return;
+        return nullptr;
     lp_socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-    ItemPtr const l_socket = SocketItem(m_types.mp_attemptSocket, lp_socket);
-    if (!l_socket)
+    o_item = SocketItem(ip_type, lp_socket);
+    if (!o_item)
     {
+        // The attempt was given up while this event was on its way.
         CloseAndDelete(lp_socket);
-        return;
+        return nullptr;
     }
+    return lp_socket;
+}
+
+void PeerMessenger::OnConnectToPeerSocketConnected()
+{
+    ItemPtr l_socket;
+    QTcpSocket* lp_socket = ConnectedSender(m_types.mp_attemptSocket, l_socket);
+    if (!lp_socket)
+        return;
     ItemPtr const l_attempt = l_socket.GetItem("connect_to_peer_request");
     ItemPtr const l_user = l_attempt.GetItem("user");
     std::string const l_name = l_user.AsString();
@@ -480,31 +499,17 @@ void PeerMessenger::OnPeerConnectionRequest(Item* ip_request)
         l_request.Remove();
         return;
     }
-    auto* lp_socket = new QTcpSocket();
-    lp_socket->setReadBufferSize(PeerLimits::s_socketReadBufferSize);
-    connect(lp_socket, &QTcpSocket::connected, this, &PeerMessenger::OnIndirectResponseSocketConnected);
-    connect(lp_socket, &QTcpSocket::errorOccurred, this, &PeerMessenger::OnSocketError);
-    connect(lp_socket, &QTcpSocket::disconnected, this, &PeerMessenger::OnSocketClosed);
-    ItemPtr const l_socket = m_types.mp_requestSocket->NewItem(Value(lp_socket));
-    l_request += l_socket;
-    l_socket += m_types.mp_creationTime->GetItem(Value(Now()));
+    l_request += Dial(l_user, m_types.mp_requestSocket, &PeerMessenger::OnIndirectResponseSocketConnected,
+                      &PeerMessenger::OnSocketError, true);
     Line(1, QStringLiteral("Indirect peer connection requested from user %1").arg(Q(l_user.AsString())), l_user);
-    QHostAddress const l_address(l_user.GetItem("user_address").AsUInt());
-    lp_socket->connectToHost(l_address, static_cast<quint16>(l_user.GetItem("user_port").AsUInt()), QIODevice::ReadWrite);
 }
 
 void PeerMessenger::OnIndirectResponseSocketConnected()
 {
-    auto* lp_socket = qobject_cast<QTcpSocket*>(sender());
+    ItemPtr l_socket;
+    QTcpSocket* lp_socket = ConnectedSender(m_types.mp_requestSocket, l_socket);
     if (!lp_socket)
         return;
-    lp_socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-    ItemPtr const l_socket = SocketItem(m_types.mp_requestSocket, lp_socket);
-    if (!l_socket)
-    {
-        CloseAndDelete(lp_socket);
-        return;
-    }
     ItemPtr const l_request = l_socket.GetItem("peer_connection_request");
     ItemPtr const l_user = l_request.GetItem("user");
     std::string const l_name = l_user.AsString();

@@ -132,6 +132,12 @@ private:
 
     bool Listen();
     void StartDirectAttempt(ItemPtr i_attempt, ItemPtr i_user, char const* i_type);
+    // A socket dialling the user's stored address, with its item of the given type.
+    ItemPtr Dial(ItemPtr i_user, Type* ip_itemType, void (PeerMessenger::*i_onConnected)(),
+                 void (PeerMessenger::*i_onError)(QAbstractSocket::SocketError), bool i_watchClose);
+    // The socket whose connected() is being delivered, with its item; null, and the socket
+    // closed, when the item is gone.
+    QTcpSocket* ConnectedSender(Type* ip_type, ItemPtr& o_item);
     void InspectPeerConnectionRequest(ItemPtr i_attempt);
     void DisposeOfPeerConnectionRequest(ItemPtr i_attempt);
     void DisposeOfSocket(QTcpSocket* ip_socket);

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+#include <string>
+
+#include "peer/ShareList.h"
+#include "server/UserStats.h"
+#include "store/DataHandler.h"
+#include "store/ItemPtr.h"
+#include "store/ItemSet.h"
+#include "stream/MemStream.h"
+
+// Everything the client knows about the files it offers and about what others offer. The own
+// share lives in the graph: a file on disk is one `shared_file` item tied to its folder, name,
+// size and one `search_token` for each word of its path, so the graph is the search index.
+// The class is implemented in three parts: this file's source (schema, look-ups, access),
+// the walk over the disk, and the messages built from the share (lists and search answers).
+class SharedFoldersManager : public QObject, public DataHandler
+{
+    Q_OBJECT
+public:
+    explicit SharedFoldersManager(QObject* ip_parent = nullptr);
+    ~SharedFoldersManager() override;
+
+    // Once, after the data file is loaded: later folders start their walk, and the share is
+    // walked afresh.
+    void Init();
+    void RescanShares();
+    void AddSharedFiles(std::string const& i_sharedFolder, std::string const& i_folder);
+    void TokenizeSharedFile(ItemPtr i_file);
+    static bool IsSearchTokenSeparator(unsigned char i_char);
+
+    ItemPtr GetSharedFileItem(std::string const& i_path) const;
+    ItemSet GetUserSharedFolders(std::string const& i_user) const;
+    bool IsFileSharedWithUser(ItemPtr i_file, std::string const& i_user);
+    static QString GetFileItemDisplayString(ItemPtr i_file);
+
+    MemStream GetSharedFilesMessage(std::string const& i_user);
+    void ProcessSearch(std::string const& i_user, unsigned int i_req, std::string const& i_searchText);
+
+signals:
+    void MP3ScanRequired(QString i_file);
+    void SharedFilesRescanned(int i_filesAdded, int i_filesRemoved);
+    // While a walk runs and when it ends: the files and folders reached or shared.
+    void ScanProgress(int i_files, int i_folders, bool i_scanning);
+
+public slots:
+    void OnUserShare(std::string const& i_userName, FileInfoMap& i_share, AttributeTranslationTable& i_translationTable);
+    void OnDNetSearchRequest(std::string const& i_user, quint32 i_req, std::string const& i_searchText);
+    void OnMP3Scanned(QString i_file, int i_mpegVersion, QString i_channelMode, int i_frequency, bool i_isVBR,
+                      int i_bitrate);
+    void OnFilesInFoldersRequested(std::string const& i_user, quint32 i_req, std::string const& i_folder);
+    void OnConnectedToServer();
+    void OnReceivedUserStats(std::string const& i_user, UserStats i_stats);
+
+private:
+    void OnSharedFileNameAdded(Item* ip_name);
+    void OnSharedFileFolderAdded(Item* ip_folder);
+    void OnSharedFolderAdded(Item* ip_folder);
+
+    int m_filesAdded = 0;
+    int m_filesRemoved = 0;
+
+    // ---- the walk (SharedFoldersManagerWalk.cpp)
+
+    // ---- lists and search answers (SharedFoldersManagerMessages.cpp)
+};
+
+extern SharedFoldersManager* sharedFoldersManager;

@@ -3,10 +3,20 @@
 #include <QObject>
 #include <QString>
 
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <cstdint>
+#include <map>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "peer/ShareList.h"
 #include "server/UserStats.h"
+#include "shares/ShareWalker.h"
 #include "store/DataHandler.h"
 #include "store/ItemPtr.h"
 #include "store/ItemSet.h"
@@ -64,6 +74,56 @@ private:
     int m_filesRemoved = 0;
 
     // ---- the walk (SharedFoldersManagerWalk.cpp)
+public:
+    // A walk or a rescan is under way: the share is still answerable, but not complete.
+    bool IsScanning() const { return !m_jobs.empty() || m_rescanning; }
+
+private:
+    // A walk of one folder tree, as the main thread sees it.
+    struct WalkJob
+    {
+        std::string m_sharedFolder;
+        bool m_counted = false; // part of a rescan: its files count as added and removed
+        bool m_dropped = false; // its shared folder went away: its results are ignored
+    };
+    // The folder whose parts are being put into the graph.
+    struct FolderInProgress
+    {
+        std::string m_key;
+        Item* mp_item = nullptr;
+        std::vector<Item*> m_seen; // its files found again or made by this walk
+    };
+
+    void StartRescan();
+    void EndRescan();
+    void QueueWalk(std::string const& i_sharedFolder, std::string const& i_folder, bool i_counted);
+    void OnWalkerReady();
+    void ApplyWalk();
+    // Puts the current part into the graph from entry m_partNext on, until i_until; true when
+    // the part is done.
+    bool ApplyPart(Item* ip_shared, WalkJob const& i_walk, QDeadlineTimer const& i_until);
+    void EndFolder(WalkJob const& i_job);
+    void TokenizeSharedFile(Item* ip_file, std::string_view i_folder, std::string_view i_name);
+    Item* GetByKey(Type* ip_type, std::string_view i_key);
+    // While walking, at most every 100 ms; when idle, the totals of the share.
+    void EmitProgress(bool i_idle);
+
+    std::unique_ptr<ShareWalker> mp_walker;
+    QTimer m_applyTimer;
+    std::map<std::uint64_t, WalkJob> m_jobs;
+    std::uint64_t m_lastJob = 0;
+    ShareWalker::Part m_part; // the part being applied, from entry m_partNext on
+    std::size_t m_partNext = 0;
+    bool m_havePart = false;
+    FolderInProgress m_folder;
+    bool m_rescanning = false;
+    bool m_rescanAgain = false;
+    // The shared folders a rescan started with, and the folders each of them reached.
+    std::map<std::string, std::vector<Item*>> m_reached;
+    int m_walkFiles = 0;
+    int m_walkFolders = 0;
+    QElapsedTimer m_progressClock;
+    std::string m_tokenText; // reused by the tokenizer
 
     // ---- lists and search answers (SharedFoldersManagerMessages.cpp)
 };

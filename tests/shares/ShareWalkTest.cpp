@@ -1,0 +1,306 @@
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+
+#include "peer/PeerSchema.h"
+#include "server/ServerSchema.h"
+#include "shares/SharedFoldersManager.h"
+#include "store/Data.h"
+#include "store/DataSaver.h"
+#include "store/Log.h"
+#include "support/WaitFor.h"
+
+namespace fs = std::filesystem;
+
+// A manager on the process's one graph, whose types are declared once, with a temporary folder
+// tree to share; every item is removed after each test.
+class ShareWalkTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        static bool const s_declared = [] { return new DataSaver(), DeclareServerSchema(), DeclarePeerSchema(), true; }();
+        (void)s_declared;
+        SetLogSink([this](QString const& i_area, int i_level, QString const& i_text, ItemPtr)
+                   { m_log << QStringLiteral("%1|%2|%3").arg(i_area).arg(i_level).arg(i_text); });
+        mp_manager = std::make_unique<SharedFoldersManager>();
+        mp_manager->Init();
+        mp_mp3 = std::make_unique<QSignalSpy>(mp_manager.get(), &SharedFoldersManager::MP3ScanRequired);
+    }
+    void TearDown() override
+    {
+        mp_mp3.reset();
+        mp_manager.reset();
+        SetLogSink(nullptr);
+        for (auto const& l_entry : d.Types())
+            l_entry.second->GetItems().Remove();
+    }
+
+    void Write(std::string const& i_path, std::string const& i_bytes = "abc")
+    {
+        fs::create_directories(fs::path(i_path).parent_path());
+        std::ofstream(i_path, std::ios::binary) << i_bytes;
+    }
+    // Shares the folder and waits for its walk.
+    ItemPtr Share(std::string const& i_path)
+    {
+        ItemPtr const l_folder = d.GetType("shared_folder")->GetItem(Value(i_path));
+        EXPECT_TRUE(WaitFor([this] { return !mp_manager->IsScanning(); }));
+        return l_folder;
+    }
+    std::pair<int, int> Rescan()
+    {
+        QSignalSpy l_done(mp_manager.get(), &SharedFoldersManager::SharedFilesRescanned);
+        mp_manager->RescanShares();
+        EXPECT_TRUE(WaitFor([&] { return l_done.count() == 1; }));
+        return l_done.isEmpty() ? std::pair(-1, -1) : std::pair(l_done[0][0].toInt(), l_done[0][1].toInt());
+    }
+    static ItemPtr Folder(std::string const& i_path) { return d.GetType("shared_file_folder")->HasItem(Value(i_path)); }
+    static Item* FileAt(std::string const& i_folder, std::string const& i_name)
+    {
+        for (Item* lp_file : Folder(i_folder).GetItems("shared_file"))
+            if (ItemPtr(lp_file).HasItem("shared_file_name").AsString() == i_name)
+                return lp_file;
+        return nullptr;
+    }
+    static std::string SizeOf(Item* ip_file) { return ItemPtr(ip_file).HasItem("shared_file_size").AsString(); }
+    static std::set<std::string> Tokens(ItemPtr i_file)
+    {
+        std::set<std::string> l_tokens;
+        for (Item* lp_token : i_file.GetItems("search_token"))
+            l_tokens.insert(lp_token->AsString());
+        return l_tokens;
+    }
+    QStringList ScanRequests() const
+    {
+        QStringList l_paths;
+        for (QList<QVariant> const& l_call : *mp_mp3)
+            l_paths << l_call[0].toString();
+        l_paths.sort();
+        return l_paths;
+    }
+
+    QTemporaryDir m_dir;
+    std::string const m_root = m_dir.path().toStdString();
+    QStringList m_log;
+    std::unique_ptr<SharedFoldersManager> mp_manager;
+    std::unique_ptr<QSignalSpy> mp_mp3;
+};
+
+TEST_F(ShareWalkTest, TokensComeFromBothPassesOverTheLowerCasedPath)
+{
+    auto const l_tokensOf = [](std::string const& i_folder, std::string const& i_name)
+    {
+        ItemPtr const l_file = d.GetType("shared_file")->NewItem();
+        l_file += d.GetType("shared_file_folder")->GetItem(Value(i_folder));
+        l_file += d.GetType("shared_file_name")->GetItem(Value(i_name));
+        sharedFoldersManager->TokenizeSharedFile(l_file);
+        return Tokens(l_file);
+    };
+    EXPECT_EQ(l_tokensOf("/M/Up-Down", "One Two.MP3"),
+              (std::set<std::string>{"m", "up", "down", "one", "two", "mp3", "up-down", "two.mp3"}));
+    // Bytes of multi-byte characters neither separate nor change case; only ASCII letters do.
+    EXPECT_EQ(l_tokensOf("/x", "Caf\xC3\xA9-\xC3\x89T\xC3\xA9"),
+              (std::set<std::string>{"x", "caf\xC3\xA9", "\xC3\x89t\xC3\xA9", "caf\xC3\xA9-\xC3\x89t\xC3\xA9"}));
+
+    std::string const l_kept = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    for (int l_byte = 0; l_byte < 256; ++l_byte)
+        EXPECT_EQ(SharedFoldersManager::IsSearchTokenSeparator(static_cast<unsigned char>(l_byte)),
+                  l_byte < 0x80 && l_kept.find(static_cast<char>(l_byte)) == std::string::npos)
+            << l_byte;
+}
+
+TEST_F(ShareWalkTest, WalkKeepsFilesAndFoldersSkipsHiddenAndOtherEntriesAndFollowsLinks)
+{
+    // The shared folder itself may be hidden; what is hidden below it is not shared.
+    std::string const l_share = m_root + "/.music";
+    Write(l_share + "/a.mp3");
+    Write(l_share + "/B.MP3");
+    Write(l_share + "/c.Mp3");
+    Write(l_share + "/x.mp3x");
+    Write(l_share + "/.hidden.mp3");
+    Write(l_share + "/.secret/in.txt");
+    Write(l_share + "/sub/deep/d.txt", "12345");
+    fs::create_directories(l_share + "/empty");
+    QFile l_big(QString::fromStdString(m_root + "/big.bin"));
+    ASSERT_TRUE(l_big.open(QIODevice::WriteOnly) && l_big.resize(5LL << 30)); // sparse
+    fs::create_symlink(m_root + "/big.bin", l_share + "/big-link");
+    fs::create_symlink(l_share + "/sub", l_share + "/sub-link");
+    fs::create_symlink(m_root + "/nowhere", l_share + "/broken");
+    ASSERT_EQ(::mkfifo((l_share + "/fifo").c_str(), 0600), 0);
+    Share(l_share);
+
+    EXPECT_TRUE(m_log.contains(QString::fromStdString("Shared|1|Adding folder " + l_share + "/sub/deep as part of sharing " + l_share)));
+    ItemPtr const l_shared = d.GetType("shared_folder")->HasItem(Value(l_share));
+    std::set<std::string> l_folders;
+    for (Item* lp_folder : l_shared.GetItems("shared_file_folder"))
+        l_folders.insert(lp_folder->AsString());
+    // Every folder, the empty one too, hangs straight off the share; a linked folder under the
+    // link's own path.
+    std::set<std::string> const l_expected{l_share, l_share + "/sub", l_share + "/sub/deep", l_share + "/empty",
+                                           l_share + "/sub-link", l_share + "/sub-link/deep"};
+    EXPECT_EQ(l_folders, l_expected);
+    EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), l_expected.size());
+    std::set<std::string> l_names;
+    for (Item* lp_file : Folder(l_share).GetItems("shared_file"))
+        l_names.insert(ItemPtr(lp_file).HasItem("shared_file_name").AsString());
+    EXPECT_EQ(l_names, (std::set<std::string>{"a.mp3", "B.MP3", "c.Mp3", "x.mp3x", "big-link"}));
+    EXPECT_EQ(SizeOf(FileAt(l_share, "big-link")), "5368709120");
+    EXPECT_EQ(SizeOf(FileAt(l_share + "/sub-link/deep", "d.txt")), "5");
+    EXPECT_EQ(ScanRequests(), QStringList({QString::fromStdString(l_share + "/B.MP3"), QString::fromStdString(l_share + "/a.mp3")}));
+}
+
+TEST_F(ShareWalkTest, KnownFilesKeepTheirItemsSizesAndScanResults)
+{
+    // A share reached through a link keeps the link's path in its keys, so that a file read
+    // from the data file is known again.
+    fs::create_directories(m_root + "/real");
+    fs::create_symlink(m_root + "/real", m_root + "/link");
+    std::string const l_share = m_root + "/link";
+    Write(l_share + "/saved.mp3", "longer than before");
+    ItemPtr const l_saved = d.GetType("shared_file")->NewItem();
+    l_saved += d.GetType("shared_file_folder")->GetItem(Value(l_share));
+    l_saved += d.GetType("shared_file_name")->GetItem(Value("saved.mp3"));
+    l_saved += d.GetType("shared_file_size")->GetItem(Value("1"));
+    l_saved += d.GetType("is_scanned")->GetGlobalNullItem();
+    Write(l_share + "/gone.txt");
+    Share(l_share);
+    EXPECT_EQ(FileAt(l_share, "saved.mp3"), l_saved.Get());
+    EXPECT_EQ(SizeOf(l_saved), "1");
+    EXPECT_TRUE(mp_mp3->isEmpty());
+    EXPECT_TRUE(Tokens(l_saved).count("saved.mp3"));
+
+    Item* lp_gone = FileAt(l_share, "gone.txt");
+    ASSERT_TRUE(lp_gone);
+    fs::remove(l_share + "/gone.txt");
+    Write(l_share + "/new.txt");
+    EXPECT_EQ(Rescan(), std::pair(1, 1));
+    EXPECT_EQ(FileAt(l_share, "saved.mp3"), l_saved.Get());
+    EXPECT_TRUE(l_saved.IsConnected("is_scanned"));
+    EXPECT_FALSE(FileAt(l_share, "gone.txt"));
+    EXPECT_TRUE(FileAt(l_share, "new.txt"));
+    EXPECT_EQ(d.GetType("shared_file")->ItemCount(), 2u);
+}
+
+TEST_F(ShareWalkTest, LinkCyclesAreNotEntered)
+{
+    fs::create_directories(m_root + "/a");
+    fs::create_symlink(m_root + "/a", m_root + "/a/loop");
+    fs::create_symlink(m_root, m_root + "/up");
+    Write(m_root + "/a/f.txt");
+    Share(m_root);
+    EXPECT_TRUE(m_log.contains(QString::fromStdString("Shared|2|Skipping folder " + m_root + "/a/loop: it links back to " + m_root + "/a")));
+    EXPECT_TRUE(m_log.contains(QString::fromStdString("Shared|2|Skipping folder " + m_root + "/up: it links back to " + m_root)));
+    EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), 2u);
+    EXPECT_EQ(d.GetType("shared_file")->ItemCount(), 1u);
+}
+
+TEST_F(ShareWalkTest, UnreadableAndVanishedFoldersReadAsEmpty)
+{
+    std::string const l_share = m_root + "/share";
+    Write(l_share + "/locked/in.txt");
+    Write(l_share + "/top.txt");
+    Share(l_share);
+    ASSERT_EQ(d.GetType("shared_file")->ItemCount(), 2u);
+    // As root, a mode of 000 does not stop reading: the check needs an ordinary user.
+    if (::geteuid() != 0)
+    {
+        ::chmod((l_share + "/locked").c_str(), 0);
+        EXPECT_EQ(Rescan(), std::pair(0, 1));
+        ::chmod((l_share + "/locked").c_str(), 0700);
+        EXPECT_TRUE(Folder(l_share + "/locked").IsConnected(d.GetType("shared_folder")->HasItem(Value(l_share))));
+        EXPECT_EQ(Rescan(), std::pair(1, 0));
+    }
+    fs::remove_all(l_share);
+    EXPECT_EQ(Rescan(), std::pair(0, 2));
+    EXPECT_TRUE(d.GetType("shared_folder")->HasItem(Value(l_share)));
+    EXPECT_EQ(d.GetType("shared_file")->ItemCount(), 0u);
+    EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), 1u);
+}
+
+TEST_F(ShareWalkTest, NamesKeepTheirBytes)
+{
+    std::string const l_name = "n\xff\xfe.txt";
+    Write(m_root + "/" + l_name);
+    Share(m_root);
+    Item* lp_file = FileAt(m_root, l_name);
+    ASSERT_TRUE(lp_file);
+    std::string const l_path = ItemPtr(lp_file).HasItem("shared_file_folder").AsString() + "/" +
+                               ItemPtr(lp_file).HasItem("shared_file_name").AsString();
+    EXPECT_EQ(::access(l_path.c_str(), R_OK), 0);
+}
+
+TEST_F(ShareWalkTest, AFolderReachedThroughTwoSharesIsOneFolderCountedOnce)
+{
+    Write(m_root + "/common/a.txt");
+    ItemPtr const l_outer = Share(m_root);
+    ItemPtr const l_inner = Share(m_root + "/common");
+    ItemPtr const l_common = Folder(m_root + "/common");
+    EXPECT_TRUE(l_common.IsConnected(l_outer) && l_common.IsConnected(l_inner));
+    Write(m_root + "/common/b.txt");
+    EXPECT_EQ(Rescan(), std::pair(1, 0));
+    EXPECT_EQ(d.GetType("shared_file")->ItemCount(), 2u);
+    EXPECT_EQ(l_common.GetItems("shared_folder").size(), 2u);
+}
+
+TEST_F(ShareWalkTest, LookUpByPathIgnoresCaseAndDoubledSeparatorsButNotBackslashes)
+{
+    Write(m_root + "/Sub/File.TXT");
+    Share(m_root);
+    Item* lp_file = FileAt(m_root + "/Sub", "File.TXT");
+    ASSERT_TRUE(lp_file);
+    EXPECT_EQ(mp_manager->GetSharedFileItem(m_root + "/sub/FILE.txt").Get(), lp_file);
+    EXPECT_EQ(mp_manager->GetSharedFileItem(m_root + "//Sub//File.TXT").Get(), lp_file);
+    std::string l_backslashed = m_root + "/Sub/File.TXT";
+    std::replace(l_backslashed.begin(), l_backslashed.end(), '/', '\\');
+    EXPECT_FALSE(mp_manager->GetSharedFileItem(l_backslashed));
+}
+
+TEST_F(ShareWalkTest, WalksLiveWithChangesMadeWhileTheyRun)
+{
+    for (int l_folder = 0; l_folder < 20; ++l_folder)
+        for (int l_file = 0; l_file < 100; ++l_file)
+            Write(m_root + "/a/" + std::to_string(l_folder) + "/" + std::to_string(l_file));
+    Write(m_root + "/b/one.txt");
+    QSignalSpy l_rescanned(mp_manager.get(), &SharedFoldersManager::SharedFilesRescanned);
+    QSignalSpy l_progress(mp_manager.get(), &SharedFoldersManager::ScanProgress);
+
+    // Unshared before its results arrive: nothing of it reaches the graph.
+    d.GetType("shared_folder")->GetItem(Value(m_root + "/a"))->Remove();
+    ASSERT_TRUE(WaitFor([this] { return !mp_manager->IsScanning(); }));
+    EXPECT_EQ(d.GetType("shared_file")->ItemCount(), 0u);
+    EXPECT_FALSE(d.GetType("shared_folder")->HasItem(Value(m_root + "/a")));
+
+    // Two rescans asked for during a walk run once, after it; all its files are known by then.
+    d.GetType("shared_folder")->GetItem(Value(m_root + "/a"));
+    mp_manager->RescanShares();
+    mp_manager->RescanShares();
+    ASSERT_TRUE(WaitFor([&] { return l_rescanned.count() == 1; }));
+    EXPECT_EQ(l_rescanned[0], (QList<QVariant>{0, 0}));
+
+    // A folder shared during a rescan is walked in turn and not counted.
+    Write(m_root + "/a/new.txt");
+    mp_manager->RescanShares();
+    d.GetType("shared_folder")->GetItem(Value(m_root + "/b"));
+    ASSERT_TRUE(WaitFor([&] { return l_rescanned.count() == 2 && !mp_manager->IsScanning(); }));
+    EXPECT_FALSE(WaitFor([&] { return l_rescanned.count() > 2; }, 300));
+    EXPECT_EQ(l_rescanned[1], (QList<QVariant>{1, 0}));
+    EXPECT_TRUE(FileAt(m_root + "/b", "one.txt"));
+    EXPECT_EQ(l_progress.last(), (QList<QVariant>{2002, 22, false}));
+
+    // Destroyed in the middle of a walk: the worker stops and is waited for.
+    d.GetType("shared_folder")->GetItem(Value(m_root + "/c"));
+    mp_manager.reset();
+}

@@ -160,13 +160,15 @@ void SharedFoldersManager::ApplyWalk()
 {
     QDeadlineTimer const l_until(s_sliceMs);
     Type* lp_sharedType = d.GetType("shared_folder");
+    bool l_ended = false;
     do
     {
         if (!m_havePart)
         {
             if (!mp_walker->Take(m_part))
             {
-                // The worker wakes the timer again when it has more.
+                // The worker wakes the timer again when it has more, since this Take found none;
+                // the timer stops nowhere else, or a wake-up could be lost.
                 m_applyTimer.stop();
                 break;
             }
@@ -178,6 +180,7 @@ void SharedFoldersManager::ApplyWalk()
         {
             if (l_job != m_jobs.end())
                 m_jobs.erase(l_job);
+            l_ended = true;
             m_havePart = false;
             continue;
         }
@@ -203,7 +206,8 @@ void SharedFoldersManager::ApplyWalk()
         EmitProgress(false);
         return;
     }
-    m_applyTimer.stop();
+    if (!l_ended)
+        return;
     if (m_rescanning)
         EndRescan();
     else if (m_rescanAgain)

@@ -29,19 +29,19 @@ namespace fs = std::filesystem;
 class ShareWalkTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
+    static bool DeclareTypes()
     {
         static bool const s_declared = [] { return new DataSaver(), DeclareServerSchema(), DeclarePeerSchema(), true; }();
-        (void)s_declared;
+        return s_declared;
+    }
+    void SetUp() override
+    {
         SetLogSink([this](QString const& i_area, int i_level, QString const& i_text, ItemPtr)
                    { m_log << QStringLiteral("%1|%2|%3").arg(i_area).arg(i_level).arg(i_text); });
-        mp_manager = std::make_unique<SharedFoldersManager>();
         mp_manager->Init();
-        mp_mp3 = std::make_unique<QSignalSpy>(mp_manager.get(), &SharedFoldersManager::MP3ScanRequired);
     }
     void TearDown() override
     {
-        mp_mp3.reset();
         mp_manager.reset();
         SetLogSink(nullptr);
         for (auto const& l_entry : d.Types())
@@ -70,33 +70,25 @@ protected:
     static ItemPtr Folder(std::string const& i_path) { return d.GetType("shared_file_folder")->HasItem(Value(i_path)); }
     static Item* FileAt(std::string const& i_folder, std::string const& i_name)
     {
-        for (Item* lp_file : Folder(i_folder).GetItems("shared_file"))
-            if (ItemPtr(lp_file).HasItem("shared_file_name").AsString() == i_name)
-                return lp_file;
-        return nullptr;
+        ItemPtr const l_name = d.GetType("shared_file_name")->HasItem(Value(i_name));
+        return Folder(i_folder) && l_name ? d.GetItem(Folder(i_folder), l_name, "shared_file") : ItemPtr();
     }
     static std::string SizeOf(Item* ip_file) { return ItemPtr(ip_file).HasItem("shared_file_size").AsString(); }
-    static std::set<std::string> Tokens(ItemPtr i_file)
+    static std::set<std::string> Keys(ItemSet const& i_items)
     {
-        std::set<std::string> l_tokens;
-        for (Item* lp_token : i_file.GetItems("search_token"))
-            l_tokens.insert(lp_token->AsString());
-        return l_tokens;
+        std::set<std::string> l_keys;
+        for (Item* lp_item : i_items)
+            l_keys.insert(lp_item->AsString());
+        return l_keys;
     }
-    QStringList ScanRequests() const
-    {
-        QStringList l_paths;
-        for (QList<QVariant> const& l_call : *mp_mp3)
-            l_paths << l_call[0].toString();
-        l_paths.sort();
-        return l_paths;
-    }
+    static std::set<std::string> Tokens(ItemPtr i_file) { return Keys(i_file.GetItems("search_token")); }
 
     QTemporaryDir m_dir;
     std::string const m_root = m_dir.path().toStdString();
     QStringList m_log;
-    std::unique_ptr<SharedFoldersManager> mp_manager;
-    std::unique_ptr<QSignalSpy> mp_mp3;
+    bool const m_typesDeclared = DeclareTypes();
+    std::unique_ptr<SharedFoldersManager> mp_manager = std::make_unique<SharedFoldersManager>();
+    QSignalSpy m_mp3{mp_manager.get(), &SharedFoldersManager::MP3ScanRequired};
 };
 
 TEST_F(ShareWalkTest, TokensComeFromBothPassesOverTheLowerCasedPath)
@@ -126,12 +118,8 @@ TEST_F(ShareWalkTest, WalkKeepsFilesAndFoldersSkipsHiddenAndOtherEntriesAndFollo
 {
     // The shared folder itself may be hidden; what is hidden below it is not shared.
     std::string const l_share = m_root + "/.music";
-    Write(l_share + "/a.mp3");
-    Write(l_share + "/B.MP3");
-    Write(l_share + "/c.Mp3");
-    Write(l_share + "/x.mp3x");
-    Write(l_share + "/.hidden.mp3");
-    Write(l_share + "/.secret/in.txt");
+    for (char const* lp_file : {"/a.mp3", "/B.MP3", "/c.Mp3", "/x.mp3x", "/.hidden.mp3", "/.secret/in.txt"})
+        Write(l_share + lp_file);
     Write(l_share + "/sub/deep/d.txt", "12345");
     fs::create_directories(l_share + "/empty");
     QFile l_big(QString::fromStdString(m_root + "/big.bin"));
@@ -143,23 +131,20 @@ TEST_F(ShareWalkTest, WalkKeepsFilesAndFoldersSkipsHiddenAndOtherEntriesAndFollo
     Share(l_share);
 
     EXPECT_TRUE(m_log.contains(QString::fromStdString("Shared|1|Adding folder " + l_share + "/sub/deep as part of sharing " + l_share)));
-    ItemPtr const l_shared = d.GetType("shared_folder")->HasItem(Value(l_share));
-    std::set<std::string> l_folders;
-    for (Item* lp_folder : l_shared.GetItems("shared_file_folder"))
-        l_folders.insert(lp_folder->AsString());
     // Every folder, the empty one too, hangs straight off the share; a linked folder under the
     // link's own path.
     std::set<std::string> const l_expected{l_share, l_share + "/sub", l_share + "/sub/deep", l_share + "/empty",
                                            l_share + "/sub-link", l_share + "/sub-link/deep"};
-    EXPECT_EQ(l_folders, l_expected);
+    EXPECT_EQ(Keys(d.GetType("shared_folder")->HasItem(Value(l_share)).GetItems("shared_file_folder")), l_expected);
     EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), l_expected.size());
-    std::set<std::string> l_names;
-    for (Item* lp_file : Folder(l_share).GetItems("shared_file"))
-        l_names.insert(ItemPtr(lp_file).HasItem("shared_file_name").AsString());
-    EXPECT_EQ(l_names, (std::set<std::string>{"a.mp3", "B.MP3", "c.Mp3", "x.mp3x", "big-link"}));
+    EXPECT_EQ(Keys(Folder(l_share).GetItems("shared_file").GetItems("shared_file_name")), (std::set<std::string>{"a.mp3", "B.MP3", "c.Mp3", "x.mp3x", "big-link"}));
     EXPECT_EQ(SizeOf(FileAt(l_share, "big-link")), "5368709120");
     EXPECT_EQ(SizeOf(FileAt(l_share + "/sub-link/deep", "d.txt")), "5");
-    EXPECT_EQ(ScanRequests(), QStringList({QString::fromStdString(l_share + "/B.MP3"), QString::fromStdString(l_share + "/a.mp3")}));
+    QStringList l_scans;
+    for (QList<QVariant> const& l_call : m_mp3)
+        l_scans << l_call[0].toString();
+    l_scans.sort();
+    EXPECT_EQ(l_scans, QStringList({QString::fromStdString(l_share + "/B.MP3"), QString::fromStdString(l_share + "/a.mp3")}));
 }
 
 TEST_F(ShareWalkTest, KnownFilesKeepTheirItemsSizesAndScanResults)
@@ -179,11 +164,10 @@ TEST_F(ShareWalkTest, KnownFilesKeepTheirItemsSizesAndScanResults)
     Share(l_share);
     EXPECT_EQ(FileAt(l_share, "saved.mp3"), l_saved.Get());
     EXPECT_EQ(SizeOf(l_saved), "1");
-    EXPECT_TRUE(mp_mp3->isEmpty());
+    EXPECT_TRUE(m_mp3.isEmpty());
     EXPECT_TRUE(Tokens(l_saved).count("saved.mp3"));
 
-    Item* lp_gone = FileAt(l_share, "gone.txt");
-    ASSERT_TRUE(lp_gone);
+    ASSERT_TRUE(FileAt(l_share, "gone.txt"));
     fs::remove(l_share + "/gone.txt");
     Write(l_share + "/new.txt");
     EXPECT_EQ(Rescan(), std::pair(1, 1));
@@ -230,16 +214,23 @@ TEST_F(ShareWalkTest, UnreadableAndVanishedFoldersReadAsEmpty)
     EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), 1u);
 }
 
+TEST_F(ShareWalkTest, SharedFoldersWithoutAnAbsolutePathAreNotWalked)
+{
+    Share("");
+    Share("relative");
+    EXPECT_EQ(Rescan(), std::pair(0, 0));
+    EXPECT_EQ(m_log.filter(QStringLiteral("not an absolute path")).size(), 4);
+    EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), 0u);
+}
+
 TEST_F(ShareWalkTest, NamesKeepTheirBytes)
 {
     std::string const l_name = "n\xff\xfe.txt";
     Write(m_root + "/" + l_name);
     Share(m_root);
-    Item* lp_file = FileAt(m_root, l_name);
-    ASSERT_TRUE(lp_file);
-    std::string const l_path = ItemPtr(lp_file).HasItem("shared_file_folder").AsString() + "/" +
-                               ItemPtr(lp_file).HasItem("shared_file_name").AsString();
-    EXPECT_EQ(::access(l_path.c_str(), R_OK), 0);
+    ItemPtr const l_file = FileAt(m_root, l_name);
+    ASSERT_TRUE(l_file);
+    EXPECT_EQ(::access((m_root + "/" + l_file.HasItem("shared_file_name").AsString()).c_str(), R_OK), 0);
 }
 
 TEST_F(ShareWalkTest, AFolderReachedThroughTwoSharesIsOneFolderCountedOnce)

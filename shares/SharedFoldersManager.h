@@ -126,6 +126,31 @@ private:
     std::string m_tokenText; // reused by the tokenizer
 
     // ---- lists and search answers (SharedFoldersManagerMessages.cpp)
+public:
+    // Whether an upload could start at once, and how many wait: both travel in every search
+    // answer. Until the upload queue answers them, a slot is always free and nobody waits.
+    struct UploadSlots
+    {
+        bool m_free = true;
+        std::uint32_t m_queued = 0;
+    };
+    static UploadSlots UploadSlotState();
+
+    // At most this many files are answered; a search that matches more gets no answer at all.
+    static constexpr std::size_t s_maxSearchResults = 200;
+
+private:
+    // The share as one set of visible folders sees it, built into its list message once and
+    // reused while none of the share's types has changed. Lists of several folder sets are
+    // kept, but only a few: the sets come from the user's own access settings.
+    static constexpr std::size_t s_maxCachedLists = 8;
+    std::uint64_t ShareChangeStamp() const;
+    std::uint64_t m_listStamp = 0;
+    std::map<ItemSet, std::string> m_cachedLists;
+
+    // A received share goes with its folders and files, and with the names, sizes and values
+    // that nothing else holds any more, so that repeated lists leave nothing behind.
+    static void RemoveUserShare(Item* ip_share);
 };
 
 extern SharedFoldersManager* sharedFoldersManager;

@@ -24,12 +24,8 @@ bool PeerMessageHandler::Handle(QTcpSocket* ip_socket, std::string const& i_user
     switch (l_code)
     {
     case PeerCode::GetSharedFileList:
-    {
-        MemStream l_answer = mr_messenger.m_shareListResponder ? mr_messenger.m_shareListResponder(i_user)
-                                                               : ShareListMessage(FileInfoMap());
-        mr_messenger.SendMessage(ip_socket, l_answer);
+        AnswerShareListRequest(ip_socket, i_user);
         return true;
-    }
     case PeerCode::SharedFileList:
         return OnShareList(i_user, i_message);
     case PeerCode::FileSearchResult:
@@ -67,6 +63,23 @@ bool PeerMessageHandler::Handle(QTcpSocket* ip_socket, std::string const& i_user
         // Named or not, a code this client does not act on changes nothing.
         return true;
     }
+}
+
+void PeerMessageHandler::AnswerShareListRequest(QTcpSocket* ip_socket, std::string const& i_user)
+{
+    // A peer that asks again before it has taken the last copy gets no second one: a list can
+    // be large, and repeated requests would pile copies up in the write buffer.
+    SocketBufferInfo& l_info = mr_messenger.Buffer(ip_socket);
+    if (l_info.m_bytesWritten - ip_socket->bytesToWrite() < l_info.m_listEndsAt)
+    {
+        Line(1, QStringLiteral("User %1 asked for the share list again before the last copy was sent; not sent twice")
+                    .arg(Q(i_user)));
+        return;
+    }
+    MemStream l_answer = mr_messenger.m_shareListResponder ? mr_messenger.m_shareListResponder(i_user)
+                                                           : ShareListMessage(FileInfoMap());
+    if (mr_messenger.SendMessage(ip_socket, l_answer))
+        mr_messenger.Buffer(ip_socket).m_listEndsAt = mr_messenger.Buffer(ip_socket).m_bytesWritten;
 }
 
 bool PeerMessageHandler::InflateBody(std::string const& i_user, int i_code, MemStream& i_message, MemStream& o_body,

@@ -201,11 +201,13 @@ SocketBufferInfo& PeerMessenger::Buffer(QTcpSocket* ip_socket)
     return l_found->second;
 }
 
-void PeerMessenger::Touch(QTcpSocket* ip_socket)
+void PeerMessenger::Touch(QTcpSocket* ip_socket, std::int64_t i_written)
 {
     auto const l_found = m_buffers.find(ip_socket);
-    if (l_found != m_buffers.end())
-        l_found->second.m_lastActivityMs = NowMs();
+    if (l_found == m_buffers.end())
+        return;
+    l_found->second.m_lastActivityMs = NowMs();
+    l_found->second.m_bytesWritten += i_written;
 }
 
 QString PeerMessenger::PeerName(QTcpSocket* ip_socket) const

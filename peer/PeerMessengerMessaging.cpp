@@ -122,7 +122,7 @@ bool PeerMessenger::SendMessage(QTcpSocket* ip_socket, MemStream& i_message)
         Line(1, QStringLiteral("Error writing message to socket: %1").arg(ip_socket->errorString()));
         return false;
     }
-    Touch(ip_socket);
+    Touch(ip_socket, l_frame.size());
     if (ip_socket->bytesToWrite() > PeerLimits::s_maxUnsentBytes)
     {
         Line(1, QStringLiteral("More than %1 bytes wait unsent to %2, which does not read; closing")

@@ -27,6 +27,10 @@ struct SocketBufferInfo
     std::string m_user;
     // When a byte last went either way, for choosing which connection to close at the limit.
     std::int64_t m_lastActivityMs = 0;
+    // Bytes handed to the socket for sending, and the count at which the last share list
+    // sent on it ends: while the socket has not sent that far, the list still waits.
+    std::int64_t m_bytesWritten = 0;
+    std::int64_t m_listEndsAt = 0;
     // Order of acceptance, for closing the oldest socket that never identified itself.
     std::int64_t m_acceptOrder = 0;
 };

@@ -205,21 +205,22 @@ TEST_F(PeerTest, BoundsHoldAtTheirLimitsAndActJustPast)
     EXPECT_TRUE(m_lines.contains("1|The unsent message queue holds 67108864 bytes; the oldest message, to user carol, is dropped"));
 }
 
-// A peer that asks and never reads is dropped once its answers pass the unsent bound; of 513
-// messaging connections the one idle longest goes.
+// A peer that never reads gets no second copy of a list still waiting for it, is dropped once
+// what waits for it passes the unsent bound; of 513 messaging connections the idlest goes.
 TEST_F(PeerTest, AReaderThatNeverReadsAndTheConnectionCountAreBounded)
 {
-    QByteArray const l_answer(1 << 20, 'x');
-    mp_messenger->SetShareListResponder([&](std::string const&)
-    {
-        MemStream l_message;
-        l_message.WriteBuffer(l_answer.constData(), static_cast<unsigned long>(l_answer.size()));
-        return l_message;
-    });
+    MemStream l_big;
+    l_big.Write(static_cast<std::uint32_t>(999));
+    QByteArray const l_filler(16 << 20, 'x');
+    l_big.WriteBuffer(l_filler.constData(), static_cast<unsigned long>(l_filler.size()));
+    mp_messenger->SetShareListResponder([&](std::string const&) { return l_big; });
     std::unique_ptr<PeerLink> lp_greedy = OpenFrom("bob");
     lp_greedy->StopReading();
-    for (int l_index = 0; l_index < 160 && lp_greedy->IsOpen(); ++l_index)
-        lp_greedy->Send(Body(4));
+    lp_greedy->Send(Body(4));
+    lp_greedy->Send(Body(4));
+    EXPECT_TRUE(WaitLogged("1|User bob asked for the share list again before the last copy was sent; not sent twice"));
+    for (int l_index = 0; l_index < 9 && Count("peer_socket") > 0; ++l_index)
+        mp_messenger->SendMessage("bob", l_big);
     EXPECT_TRUE(WaitLogged("1|More than 134217728 bytes wait unsent to user bob, which does not read; closing"));
     EXPECT_TRUE(WaitFor([] { return Count("peer_socket") == 0; }));
 

@@ -558,6 +558,7 @@ void MainWindow::SetUpFileSharing()
     connect(mp_ui->optionsTabWidget, &QTabWidget::currentChanged, this, &MainWindow::OnOptionsTabSelectionChanged);
 
     mp_statusShareLabel = new QLabel(this);
+    mp_statusShareLabel->setObjectName(QStringLiteral("shareStatusLabel"));
     mp_statusShareBar = new QProgressBar(this);
     mp_statusShareBar->setRange(0, 0);
     mp_statusShareBar->setTextVisible(false);

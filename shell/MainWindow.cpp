@@ -7,18 +7,25 @@
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QFile>
+#include <QLabel>
 #include <QMenu>
+#include <QProgressBar>
 #include <QShortcut>
+#include <QStatusBar>
 #include <QTabBar>
 
+#include "dnet/DNetManager.h"
+#include "forms/AddSharedFolderDialog.h"
 #include "forms/ChangeListeningPortDialog.h"
 #include "forms/ChatForm.h"
 #include "forms/ChangeUsernamePasswordDialog.h"
 #include "forms/QRoomListItemWidget.h"
 #include "forms/RoomForm.h"
+#include "forms/SharedFilesRescannedDialog.h"
 #include "forms/UserListForm.h"
 #include "portforward/PortForwarder.h"
 #include "server/Server.h"
+#include "shares/SharedFoldersManager.h"
 #include "shell/ActionSetToolBar.h"
 #include "shell/DiagnosticsForm.h"
 #include "shell/EventToolBar.h"
@@ -64,7 +71,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_ui->actionDisconnect->setEnabled(false);
 
     SetConnectionIcon(":/icons/offline_icon");
-    mp_ui->sharedFolderList->setColumnWidth(0, 400);
+    mp_ui->sharedFoldersList->setColumnWidth(0, 400);
 
     new TimerManager(this);
     new DataSaver();
@@ -85,7 +92,9 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     SetUpPeerMessenger();
 
     DeclareSettingsTypes();
+    CreateShareManagers();
     SetUpPrivateChat();
+    SetUpFileSharing();
 
     diagnosticsForm->Init();
 
@@ -98,11 +107,14 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     connect(mp_server, &Server::ConnectionFailed, this, &MainWindow::OnConnectionFailed);
 
     dataSaver->Load(&d, DataFileName().c_str());
+    sharedFoldersManager->Init();
 
     if (GetGlobalValue("username").IsNull())
         ShowNoUsernameBox();
     else
         mp_server->Connect();
+    // Only now, so that the walk at start-up opens no dialog: it is shown for a rescan asked for.
+    connect(sharedFoldersManager, &SharedFoldersManager::SharedFilesRescanned, this, &MainWindow::OnSharedFilesRescanned);
     // Shown last, so that it stands above the other boxes: it tells why settings may be gone.
     if (!dataSaver->DamagedCopy().empty())
         ShowInformationBox(this, tr("Damaged Data File"),
@@ -150,6 +162,8 @@ MainWindow::~MainWindow()
     mp_server->Disconnect();
     d.RemoveDisconnectedItems();
     dataSaver->Save(&d, DataFileName().c_str());
+    delete sharedFoldersManager;
+    delete dnetManager;
     delete peerMessenger;
     delete mp_server;
     delete dataSaver;
@@ -190,11 +204,7 @@ void MainWindow::DisableControlsNotYetBuilt()
 {
     // Each line goes when the work behind its control lands. The use_upnp setting keeps its
     // value meanwhile: the disabled box still shows it and cannot change it.
-    QString const l_sharedFolders = QStringLiteral("Coming with shared folders");
     DisableWithReason(mp_ui->actionData, QStringLiteral("Coming with the data browser"));
-    actionBar->DisableAction("share_folder", l_sharedFolders);
-    actionBar->DisableAction("unshare_folder", l_sharedFolders);
-    actionBar->DisableAction("rescan_shares", l_sharedFolders);
     DisableWithReason(mp_ui->uPnPCheckBox, QStringLiteral("Coming with UPnP port mapping"));
 }
 
@@ -247,6 +257,12 @@ void MainWindow::OnToolBarActionTriggered(std::string i_action)
         (new ChangeListeningPortDialog(this))->show();
     else if (i_action == "set_download_folder")
         OnSetDownloadFolder();
+    else if (i_action == "share_folder")
+        (new AddSharedFolderDialog(this))->show();
+    else if (i_action == "unshare_folder")
+        UnshareSelectedFolders();
+    else if (i_action == "rescan_shares")
+        sharedFoldersManager->RescanShares();
 }
 
 void MainWindow::SetUpRooms()
@@ -523,3 +539,125 @@ void MainWindow::OnChatTabClosed(int i_index)
     lp_form->deleteLater();
 }
 
+
+void MainWindow::CreateShareManagers()
+{
+    // The search tree's manager first: the shares manager takes its search requests.
+    auto* lp_dnet = new DNetManager();
+    connect(mp_server, &Server::DNetMessage, lp_dnet, &DNetManager::OnDNetMessage);
+    new SharedFoldersManager();
+}
+
+void MainWindow::SetUpFileSharing()
+{
+    // Registered before the load, so that the folders read from the data file get their rows.
+    ListenItemAdded("shared_folder", &MainWindow::OnSharedFolderAdded);
+    ListenItemRemoved("shared_folder", &MainWindow::OnSharedFolderRemoved);
+    ListenConnection("shared_folder", &MainWindow::OnSharedFolderChange);
+    ListenDisconnection("shared_folder", &MainWindow::OnSharedFolderChange);
+    connect(mp_ui->optionsTabWidget, &QTabWidget::currentChanged, this, &MainWindow::OnOptionsTabSelectionChanged);
+
+    mp_statusShareLabel = new QLabel(this);
+    mp_statusShareLabel->setObjectName(QStringLiteral("shareStatusLabel"));
+    mp_statusShareBar = new QProgressBar(this);
+    mp_statusShareBar->setRange(0, 0);
+    mp_statusShareBar->setTextVisible(false);
+    mp_statusShareBar->setMaximumWidth(120);
+    statusBar()->addPermanentWidget(mp_statusShareLabel);
+    statusBar()->addPermanentWidget(mp_statusShareBar);
+    // Before Init, so that the walk at start-up shows its progress too.
+    connect(sharedFoldersManager, &SharedFoldersManager::ScanProgress, this, &MainWindow::OnShareScanProgress);
+    OnShareScanProgress(0, 0, false);
+}
+
+void MainWindow::OnShareScanProgress(int i_files, int i_folders, bool i_scanning)
+{
+    QString const l_text = (i_scanning ? QStringLiteral("Scanning shared folders: %1 files in %2 folders")
+                                       : QStringLiteral("Sharing %1 files in %2 folders"))
+                               .arg(i_files)
+                               .arg(i_folders);
+    mp_ui->shareScanLabel->setText(l_text);
+    mp_statusShareLabel->setText(l_text);
+    mp_ui->shareScanProgressBar->setVisible(i_scanning);
+    mp_statusShareBar->setVisible(i_scanning);
+}
+
+void MainWindow::OnOptionsTabSelectionChanged(int i_index)
+{
+    // Focus in the list brings up the shared_folders actions.
+    if (i_index != -1 && mp_ui->optionsTabWidget->tabText(i_index) == QStringLiteral("File Sharing"))
+        mp_ui->sharedFoldersList->setFocus(Qt::OtherFocusReason);
+}
+
+QTreeWidgetItem* MainWindow::SharedFolderRow(std::string const& i_key) const
+{
+    QByteArray const l_key = QByteArray::fromStdString(i_key);
+    QTreeWidget* lp_list = mp_ui->sharedFoldersList;
+    for (int l_index = 0; l_index < lp_list->topLevelItemCount(); ++l_index)
+        if (QTreeWidgetItem* lp_row = lp_list->topLevelItem(l_index); lp_row->data(0, Qt::UserRole).toByteArray() == l_key)
+            return lp_row;
+    return nullptr;
+}
+
+void MainWindow::OnSharedFolderAdded(Item* ip_folder)
+{
+    std::string const l_key = ip_folder->AsString();
+    auto* lp_row = new QTreeWidgetItem(mp_ui->sharedFoldersList, QStringList{QString::fromUtf8(l_key)});
+    // The key itself, not its text: a path that is not valid UTF-8 does not survive the trip
+    // through a QString, and the row must still name its folder.
+    lp_row->setData(0, Qt::UserRole, QByteArray::fromStdString(l_key));
+}
+
+void MainWindow::OnSharedFolderRemoved(Item* ip_folder)
+{
+    delete SharedFolderRow(ip_folder->AsString());
+}
+
+void MainWindow::OnSharedFolderChange(ConnectionInfo i_info)
+{
+    std::string const l_other = ItemPtr(i_info.m_to)->GetType()->GetName();
+    if (l_other != "shared_public" && l_other != "shared_userlist" && l_other != "user_list_group")
+        return;
+    ItemPtr const l_folder(i_info.m_from);
+    QTreeWidgetItem* lp_row = SharedFolderRow(l_folder.AsString());
+    if (!lp_row)
+        return;
+    QString l_text;
+    if (l_folder.IsConnected("shared_public"))
+        l_text = QStringLiteral("Everyone");
+    else if (l_folder.IsConnected("shared_userlist"))
+        l_text = QStringLiteral("User List");
+    else
+    {
+        QStringList l_groups;
+        for (Item* lp_group : l_folder.GetItems("user_list_group").SortAlphabetic(true))
+            l_groups << QString::fromUtf8(lp_group->AsString());
+        l_text = l_groups.join(QStringLiteral(", "));
+    }
+    lp_row->setText(1, l_text);
+}
+
+void MainWindow::UnshareSelectedFolders()
+{
+    // The keys first: each removal deletes its row. The look-up only finds: a folder that is
+    // gone already is not made again, which would start a walk.
+    std::vector<std::string> l_keys;
+    for (QTreeWidgetItem* lp_row : mp_ui->sharedFoldersList->selectedItems())
+        l_keys.push_back(lp_row->data(0, Qt::UserRole).toByteArray().toStdString());
+    for (std::string const& l_key : l_keys)
+    {
+        if (ItemPtr const l_folder = d.GetType("shared_folder")->HasItem(l_key))
+            l_folder.Remove();
+        // Each folder gets its own sweep, which takes its files with it.
+        d.RemoveDisconnectedItems();
+    }
+}
+
+void MainWindow::OnSharedFilesRescanned(int i_filesAdded, int i_filesRemoved)
+{
+    auto* lp_dialog = new SharedFilesRescannedDialog(this);
+    lp_dialog->Append(QStringLiteral("%1 files added.").arg(i_filesAdded));
+    lp_dialog->Append(QStringLiteral("%1 files removed.").arg(i_filesRemoved));
+    lp_dialog->setWindowTitle(QStringLiteral("Shared Files Rescanned"));
+    lp_dialog->show();
+}

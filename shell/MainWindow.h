@@ -20,6 +20,8 @@ class MainWindow;
 }
 class ChatForm;
 class Item;
+class QLabel;
+class QProgressBar;
 class QTreeWidgetItem;
 class RoomForm;
 class Server;
@@ -67,6 +69,9 @@ private slots:
     void OnRoomTabChanged(int i_index);
     void OnRoomTabContextMenuRequested(QPoint const& i_point);
     void OnListeningChanged();
+    void OnOptionsTabSelectionChanged(int i_index);
+    void OnSharedFilesRescanned(int i_filesAdded, int i_filesRemoved);
+    void OnShareScanProgress(int i_files, int i_folders, bool i_scanning);
 
 private:
     void DeclareActionSets();
@@ -88,11 +93,23 @@ private:
     RoomForm* OpenRoomForm(std::string const& i_room) const;
     void EnterRoomOfRow(QTreeWidgetItem* ip_row);
 
+    // The File Sharing options: one row per shared folder, which keeps the folder's key bytes,
+    // and the progress of the walk under the list and in the status bar.
+    void CreateShareManagers();
+    void SetUpFileSharing();
+    void OnSharedFolderAdded(Item* ip_folder);
+    void OnSharedFolderRemoved(Item* ip_folder);
+    void OnSharedFolderChange(ConnectionInfo i_info);
+    QTreeWidgetItem* SharedFolderRow(std::string const& i_key) const;
+    void UnshareSelectedFolders();
+
     std::unique_ptr<Ui::MainWindow> mp_ui;
     Server* mp_server = nullptr;
     UserListForm* mp_userListForm = nullptr;
     // Room list rows by the exact bytes of the room's name; rows never go away.
     QHash<QByteArray, QTreeWidgetItem*> m_roomRows;
+    QLabel* mp_statusShareLabel = nullptr;
+    QProgressBar* mp_statusShareBar = nullptr;
 };
 
 extern MainWindow* mainWindow;

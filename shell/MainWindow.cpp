@@ -114,7 +114,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     else
         mp_server->Connect();
     // Only now, so that the walk at start-up opens no dialog: it is shown for a rescan asked for.
-    connect(sharedFoldersManager, &SharedFoldersManager::SharedFilesRescanned, this, &MainWindow::OnSharedFilesRescanned);
+    ConnectRescanDialog();
     // Shown last, so that it stands above the other boxes: it tells why settings may be gone.
     if (!dataSaver->DamagedCopy().empty())
         ShowInformationBox(this, tr("Damaged Data File"),
@@ -651,6 +651,18 @@ void MainWindow::UnshareSelectedFolders()
         // Each folder gets its own sweep, which takes its files with it.
         d.RemoveDisconnectedItems();
     }
+}
+
+void MainWindow::ConnectRescanDialog()
+{
+    auto const l_connect = [this]
+    { connect(sharedFoldersManager, &SharedFoldersManager::SharedFilesRescanned, this, &MainWindow::OnSharedFilesRescanned); };
+    // The start-up rescan walks beside the event loop and ends after start-up; its counts are
+    // no news to the user, so the dialog listens from the next rescan on.
+    if (sharedFoldersManager->IsScanning())
+        connect(sharedFoldersManager, &SharedFoldersManager::SharedFilesRescanned, this, l_connect, Qt::SingleShotConnection);
+    else
+        l_connect();
 }
 
 void MainWindow::OnSharedFilesRescanned(int i_filesAdded, int i_filesRemoved)

@@ -79,6 +79,7 @@ private:
     void DeclareSettingsTypes();
     void SetUpPrivateChat();
     void SetUpPeerMessenger();
+    void ConnectRescanDialog();
     void OnSetDownloadFolder();
     void OnCreateRoom();
     void SetConnectionIcon(char const* i_icon);

@@ -1,4 +1,5 @@
 #include "AppTest.h"
+#include "support/WaitFor.h"
 #include "forms/AddSharedFolderDialog.h"
 #include "forms/SharedFilesRescannedDialog.h"
 #include "shares/SharedFoldersManager.h"
@@ -67,6 +68,10 @@ TEST(FileSharing, AFolderSavedWithAccessGetsItsRowAtStartUp)
 
     Widgets();
     EXPECT_EQ(Rows(), QStringList{u"/srv/saved | Everyone"_s});
+    // The start-up rescan ends after start-up, and shows no dialog.
+    ASSERT_TRUE(WaitFor([] { return !sharedFoldersManager->IsScanning(); }));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(OnlyOpenDialog<SharedFilesRescannedDialog>(), nullptr);
 }
 
 TEST(FileSharing, RowsFollowTheFoldersAndTheirAccess)

@@ -16,6 +16,7 @@
 #include "forms/ChangeUsernamePasswordDialog.h"
 #include "forms/QRoomListItemWidget.h"
 #include "forms/RoomForm.h"
+#include "forms/SharesForm.h"
 #include "forms/UserListForm.h"
 #include "portforward/PortForwarder.h"
 #include "server/Server.h"
@@ -88,6 +89,12 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     SetUpPrivateChat();
 
     diagnosticsForm->Init();
+
+    // The Shares page; its types hang on the received-share types of the shares manager.
+    auto* lp_sharesForm = new SharesForm(mp_ui->sharesTab);
+    mp_ui->sharesTabLayout->addWidget(lp_sharesForm);
+    if (d.FindType("user_share"))
+        lp_sharesForm->Init();
 
     addToolBarBreak(Qt::TopToolBarArea);
     addToolBar(Qt::TopToolBarArea, new EventToolBar(this));

@@ -274,22 +274,34 @@ TEST_F(SharesFormTest, AVeryDeepShareBuildsFiltersAndClosesWithoutRecursionPerLe
         l_folders.push_back({l_name, {}});
     l_folders.back().second.push_back({"bottom.txt", 1});
 
-    rlimit l_saved{};
-    ASSERT_EQ(getrlimit(RLIMIT_STACK, &l_saved), 0);
-    rlimit l_small = l_saved;
-    l_small.rlim_cur = 1 << 20;
-    ASSERT_EQ(setrlimit(RLIMIT_STACK, &l_small), 0);
+    // A quarter of a megabyte: enough for the work itself, too little for Qt's own recursive
+    // walks over this depth, such as deleting a row with its subtree or laying out expanded rows.
+    struct SmallStack
+    {
+        rlimit m_saved{};
+        SmallStack()
+        {
+            getrlimit(RLIMIT_STACK, &m_saved);
+            rlimit l_small = m_saved;
+            l_small.rlim_cur = 256 << 10;
+            setrlimit(RLIMIT_STACK, &l_small);
+        }
+        ~SmallStack() { setrlimit(RLIMIT_STACK, &m_saved); }
+    } const l_smallStack;
     ShareForm* lp_form = Receive("deep", l_folders);
     QTreeWidgetItem* lp_row = Tree(lp_form)->topLevelItem(0);
     int l_levels = 1;
     for (; lp_row->childCount(); lp_row = lp_row->child(0))
         ++l_levels;
     EXPECT_EQ(l_levels, l_depth);
+    // On show the view lays out what is expanded, so deep rows come up collapsed.
+    mp_window->findChild<QTabWidget*>(QStringLiteral("mainTabWidget"))->setCurrentWidget(mp_shares->parentWidget());
+    QApplication::processEvents();
+    EXPECT_TRUE(lp_form->isVisible());
     Child<QLineEdit>(lp_form, "filterEdit")->setText(QStringLiteral("bottom"));
     EXPECT_FALSE(Tree(lp_form)->topLevelItem(0)->isHidden());
     Child<QLineEdit>(lp_form, "filterEdit")->setText(QStringLiteral("nothing"));
     EXPECT_TRUE(lp_row->isHidden());
     mp_shares->OnTabCloseRequested(0);
-    setrlimit(RLIMIT_STACK, &l_saved);
     EXPECT_EQ(Count("user_share_folder"), 0u);
 }

@@ -22,6 +22,7 @@
 #include "forms/QRoomListItemWidget.h"
 #include "forms/RoomForm.h"
 #include "forms/SharedFilesRescannedDialog.h"
+#include "forms/SharesForm.h"
 #include "forms/UserListForm.h"
 #include "portforward/PortForwarder.h"
 #include "server/Server.h"
@@ -97,6 +98,11 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     SetUpFileSharing();
 
     diagnosticsForm->Init();
+
+    // The Shares page; its types hang on the received-share types of the shares manager.
+    auto* lp_sharesForm = new SharesForm(mp_ui->sharesTab);
+    mp_ui->sharesTabLayout->addWidget(lp_sharesForm);
+    lp_sharesForm->Init();
 
     addToolBarBreak(Qt::TopToolBarArea);
     addToolBar(Qt::TopToolBarArea, new EventToolBar(this));

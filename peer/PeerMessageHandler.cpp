@@ -6,6 +6,8 @@
 #include "peer/PeerMessenger.h"
 #include "peer/ShareList.h"
 
+#include <QTcpSocket>
+
 using namespace PeerText;
 
 bool PeerMessageHandler::Handle(QTcpSocket* ip_socket, std::string const& i_user, MemStream& i_message)
@@ -78,8 +80,13 @@ void PeerMessageHandler::AnswerShareListRequest(QTcpSocket* ip_socket, std::stri
     }
     MemStream l_answer = mr_messenger.m_shareListResponder ? mr_messenger.m_shareListResponder(i_user)
                                                            : ShareListMessage(FileInfoMap());
-    if (mr_messenger.SendMessage(ip_socket, l_answer))
-        mr_messenger.Buffer(ip_socket).m_listEndsAt = mr_messenger.Buffer(ip_socket).m_bytesWritten;
+    if (!mr_messenger.SendMessage(ip_socket, l_answer))
+        return;
+    mr_messenger.Buffer(ip_socket).m_listEndsAt = mr_messenger.Buffer(ip_socket).m_bytesWritten;
+    // Handed to the system now rather than at the next turn of the event loop: only a list
+    // that the peer does not take keeps waiting, and a second request right behind a small
+    // list is served.
+    ip_socket->flush();
 }
 
 bool PeerMessageHandler::InflateBody(std::string const& i_user, int i_code, MemStream& i_message, MemStream& o_body,

@@ -83,6 +83,9 @@ void UserMenuOptions::OnAddToList()
 void UserMenuOptions::OnBrowseUser()
 {
     std::string const l_user = SenderUser(sender());
-    if (UserItem(l_user) && peerMessenger)
-        peerMessenger->GetUserSharedFiles(l_user);
+    if (!UserItem(l_user) || !peerMessenger)
+        return;
+    peerMessenger->GetUserSharedFiles(l_user);
+    if (gp_formHost)
+        gp_formHost->ShowStatusMessage(tr("Asked %1 for the list of shared files").arg(QString::fromStdString(l_user)));
 }

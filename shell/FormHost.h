@@ -2,6 +2,7 @@
 
 #include <string>
 
+class QString;
 class QWidget;
 
 // What the forms may ask of the main window. The forms are built below the application, so
@@ -15,6 +16,8 @@ public:
     virtual QWidget* DialogParent() = 0;
     // Brings the private chat with the user into view, making it if needed.
     virtual void OpenChatForm(std::string const& i_user) = 0;
+    // A passing line in the window's status bar.
+    virtual void ShowStatusMessage(QString const& i_text) = 0;
 
 protected:
     ~FormHost() = default;

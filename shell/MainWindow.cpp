@@ -519,6 +519,11 @@ ChatForm* MainWindow::GetChatForm(std::string const& i_user)
     return lp_form;
 }
 
+void MainWindow::ShowStatusMessage(QString const& i_text)
+{
+    statusBar()->showMessage(i_text, 10000);
+}
+
 void MainWindow::OpenChatForm(std::string const& i_user)
 {
     FocusWidgetAndParents(GetChatForm(i_user));

@@ -45,6 +45,7 @@ public:
     // Private chat: one form per user on the Chat page, found or made on demand.
     ChatForm* GetChatForm(std::string const& i_user);
     void OpenChatForm(std::string const& i_user) override;
+    void ShowStatusMessage(QString const& i_text) override;
 
 public slots:
     void EveryFiveMinutes();

@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QMenu>
+#include <QStatusBar>
 #include <QTemporaryDir>
 
 #include <map>
@@ -106,6 +107,7 @@ TEST(PeerEndToEnd, BrowsingReachesPeersDirectlyByDialBackAndOnceOnline)
 
     // Bob took his new port at the start and is reached there, by whichever way comes first.
     Browse("bob");
+    EXPECT_EQ(mainWindow->statusBar()->currentMessage(), QStringLiteral("Asked bob for the list of shared files"));
     ASSERT_TRUE(WaitFor([&] { return l_shares.count("bob") == 1; }, 15000)) << Quote(l_lines);
     EXPECT_TRUE(l_lines.contains(QStringLiteral("Direct connection of type P to user bob successful")) ||
                 l_lines.contains(QStringLiteral("Found req, accepted indirect connection to user bob, connection type P")));

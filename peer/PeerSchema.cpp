@@ -5,14 +5,6 @@
 
 namespace
 {
-// Arguments in the reading of the schema tables: what each left item holds, then what each
-// right item holds.
-void Relate(char const* i_left, char const* i_right, OneOrMany i_leftHolds, OneOrMany i_rightHolds,
-            bool i_owning = false)
-{
-    RelateOnce(d.GetType(i_left), d.GetType(i_right), i_rightHolds, i_leftHolds, i_owning);
-}
-
 void DeclareConnectionTypes()
 {
     DeclareTypeOnce("uninitialized_socket", true, false, false);
@@ -31,31 +23,31 @@ void DeclareConnectionTypes()
     DeclareTypeOnce("indirect_connect_to_peer_request", true, false, true);
     DeclareTypeOnce("send_time", false, false, true);
 
-    Relate("peer_socket", "user", One, Many);
-    Relate("peer_socket", "connection_open_time", One, Many);
-    Relate("peer_connection_request", "peer_connection_request_id", One, Many);
-    Relate("peer_connection_request", "peer_connection_type", One, Many);
-    Relate("peer_connection_request", "peer_connection_request_socket", One, One);
-    Relate("peer_connection_request", "user", One, Many);
-    Relate("peer_connection_request_socket", "socket_creation_time", One, Many);
-    Relate("user", "user_address", One, Many);
-    Relate("user", "user_port", One, Many);
-    Relate("connect_to_peer_request", "connect_to_peer_request_status", One, Many);
-    Relate("connect_to_peer_request", "connect_to_peer_request_socket", One, One);
-    Relate("connect_to_peer_request", "peer_connection_type", One, Many);
-    Relate("connect_to_peer_request", "user", One, Many);
-    Relate("connect_to_peer_request", "indirect_connect_to_peer_request", One, One);
-    Relate("connect_to_peer_request_socket", "socket_creation_time", One, Many);
-    Relate("indirect_connect_to_peer_request", "send_time", One, Many);
+    RelateOnceByName("peer_socket", "user", One, Many);
+    RelateOnceByName("peer_socket", "connection_open_time", One, Many);
+    RelateOnceByName("peer_connection_request", "peer_connection_request_id", One, Many);
+    RelateOnceByName("peer_connection_request", "peer_connection_type", One, Many);
+    RelateOnceByName("peer_connection_request", "peer_connection_request_socket", One, One);
+    RelateOnceByName("peer_connection_request", "user", One, Many);
+    RelateOnceByName("peer_connection_request_socket", "socket_creation_time", One, Many);
+    RelateOnceByName("user", "user_address", One, Many);
+    RelateOnceByName("user", "user_port", One, Many);
+    RelateOnceByName("connect_to_peer_request", "connect_to_peer_request_status", One, Many);
+    RelateOnceByName("connect_to_peer_request", "connect_to_peer_request_socket", One, One);
+    RelateOnceByName("connect_to_peer_request", "peer_connection_type", One, Many);
+    RelateOnceByName("connect_to_peer_request", "user", One, Many);
+    RelateOnceByName("connect_to_peer_request", "indirect_connect_to_peer_request", One, One);
+    RelateOnceByName("connect_to_peer_request_socket", "socket_creation_time", One, Many);
+    RelateOnceByName("indirect_connect_to_peer_request", "send_time", One, Many);
 }
 
 void DeclareQueueTypes()
 {
     DeclareTypeOnce("unsent_message", true, false, true);
     DeclareTypeOnce("send_order", false, false, true);
-    Relate("unsent_message", "user", One, Many);
-    Relate("unsent_message", "send_order", One, One);
-    Relate("unsent_message", "send_time", One, Many);
+    RelateOnceByName("unsent_message", "user", One, Many);
+    RelateOnceByName("unsent_message", "send_order", One, One);
+    RelateOnceByName("unsent_message", "send_time", One, Many);
 }
 
 void DeclareSearchResultTypes()
@@ -78,20 +70,20 @@ void DeclareSearchResultTypes()
     DeclareTypeOnce("bitrate", false, false, true);
     DeclareTypeOnce("length_seconds", false, false, true);
 
-    Relate("search_request", "search_results", Many, One, true);
-    Relate("search_results", "search_result", Many, One, true);
-    Relate("search_request", "search_request_text", One, Many);
-    Relate("search_request", "wishlist_search", One, Many);
-    Relate("search_results", "user", One, Many);
-    Relate("search_results", "search_results_user_available", One, Many);
-    Relate("search_results", "search_results_user_speed", One, Many);
-    Relate("search_results", "search_results_uploads_in_queue", One, Many);
-    Relate("search_result", "search_result_file_name", One, Many);
-    Relate("search_result", "search_result_file_folder", One, Many);
-    Relate("search_result", "search_result_file_size", One, Many);
-    Relate("search_result", "bitrate_mode", One, Many);
-    Relate("search_result", "bitrate", One, Many);
-    Relate("search_result", "length_seconds", One, Many);
+    RelateOnceByName("search_request", "search_results", Many, One, true);
+    RelateOnceByName("search_results", "search_result", Many, One, true);
+    RelateOnceByName("search_request", "search_request_text", One, Many);
+    RelateOnceByName("search_request", "wishlist_search", One, Many);
+    RelateOnceByName("search_results", "user", One, Many);
+    RelateOnceByName("search_results", "search_results_user_available", One, Many);
+    RelateOnceByName("search_results", "search_results_user_speed", One, Many);
+    RelateOnceByName("search_results", "search_results_uploads_in_queue", One, Many);
+    RelateOnceByName("search_result", "search_result_file_name", One, Many);
+    RelateOnceByName("search_result", "search_result_file_folder", One, Many);
+    RelateOnceByName("search_result", "search_result_file_size", One, Many);
+    RelateOnceByName("search_result", "bitrate_mode", One, Many);
+    RelateOnceByName("search_result", "bitrate", One, Many);
+    RelateOnceByName("search_result", "length_seconds", One, Many);
 }
 } // namespace
 

@@ -13,11 +13,6 @@ void Relate(char const* i_left, char const* i_right, OneOrMany i_leftHolds, OneO
     d.GetType(i_left)->RelateToType(d.GetType(i_right), i_rightHolds, i_leftHolds, false);
 }
 
-void RelateShared(char const* i_left, char const* i_right, OneOrMany i_leftHolds, OneOrMany i_rightHolds)
-{
-    RelateOnce(d.GetType(i_left), d.GetType(i_right), i_rightHolds, i_leftHolds, false);
-}
-
 void DeclareCoreTypes()
 {
     d.NewType("user", true, false, true);
@@ -65,17 +60,17 @@ void DeclareSharedTypes()
     DeclareTypeOnce("peer_connection_type", false, false, true);
     DeclareTypeOnce("user_address", false, false, true);
     DeclareTypeOnce("user_port", false, false, true);
-    RelateShared("peer_connection_request", "peer_connection_request_id", One, Many);
-    RelateShared("peer_connection_request", "peer_connection_type", One, Many);
-    RelateShared("peer_connection_request", "user", One, Many);
-    RelateShared("user", "user_address", One, Many);
-    RelateShared("user", "user_port", One, Many);
+    RelateOnceByName("peer_connection_request", "peer_connection_request_id", One, Many);
+    RelateOnceByName("peer_connection_request", "peer_connection_type", One, Many);
+    RelateOnceByName("peer_connection_request", "user", One, Many);
+    RelateOnceByName("user", "user_address", One, Many);
+    RelateOnceByName("user", "user_port", One, Many);
 
     DeclareTypeOnce("search_request", true, false, false);
     DeclareTypeOnce("search_request_text", false, false, true);
     DeclareTypeOnce("wishlist_search", false, true, true);
-    RelateShared("search_request", "search_request_text", One, Many);
-    RelateShared("search_request", "wishlist_search", One, Many);
+    RelateOnceByName("search_request", "search_request_text", One, Many);
+    RelateOnceByName("search_request", "wishlist_search", One, Many);
 }
 } // namespace
 
@@ -101,6 +96,12 @@ void RelateOnce(Type* ip_left, Type* ip_right, OneOrMany i_typeFrom, OneOrMany i
     TW_REQUIRE(l_relation.m_typeFrom == i_typeFrom && l_relation.m_typeTo == i_typeTo &&
                    l_relation.m_owns == i_owning,
                "RelateOnce: related before in another way", ip_left->Name());
+}
+
+void RelateOnceByName(char const* i_left, char const* i_right, OneOrMany i_leftHolds, OneOrMany i_rightHolds,
+                      bool i_owning)
+{
+    RelateOnce(d.GetType(i_left), d.GetType(i_right), i_rightHolds, i_leftHolds, i_owning);
 }
 
 void DeclareServerSchema()

@@ -15,13 +15,6 @@ SharedFoldersManager* sharedFoldersManager = nullptr;
 
 namespace
 {
-// Arguments in the reading of the schema table: what each left item holds, then what each
-// right item holds.
-void Relate(char const* i_left, char const* i_right, OneOrMany i_leftHolds, OneOrMany i_rightHolds)
-{
-    RelateOnce(d.GetType(i_left), d.GetType(i_right), i_rightHolds, i_leftHolds, false);
-}
-
 void DeclareShareSchema()
 {
     DeclareTypeOnce("shared_folder", true, false, true);
@@ -44,28 +37,28 @@ void DeclareShareSchema()
     DeclareTypeOnce("search_token", false, false, true);
     DeclareTypeOnce("unshared", false, true, true);
 
-    Relate("shared_folder", "shared_file_folder", Many, Many);
-    Relate("shared_file", "shared_file_folder", One, Many);
-    Relate("shared_file_folder", "shared_file_folder_lowercase_name", One, Many);
-    Relate("shared_file", "shared_file_name", One, Many);
-    Relate("shared_file_name", "shared_file_lowercase_name", One, Many);
-    Relate("shared_file", "shared_file_size", One, Many);
-    Relate("shared_folder", "shared_public", One, Many);
-    Relate("shared_folder", "shared_userlist", One, Many);
-    Relate("shared_folder", "user_list_group", Many, Many);
-    Relate("user_share", "user", One, One);
-    Relate("user_share", "user_share_loaded", One, Many);
-    Relate("user_share", "user_share_folder", Many, One);
-    Relate("user_share_folder", "user_share_folder_name", One, Many);
-    Relate("user_share_folder", "user_share_file", Many, One);
-    Relate("user_share_file", "user_share_file_name", One, Many);
-    Relate("user_share_file", "user_share_file_size", One, Many);
-    Relate("search_token", "shared_file", Many, Many);
+    RelateOnceByName("shared_folder", "shared_file_folder", Many, Many);
+    RelateOnceByName("shared_file", "shared_file_folder", One, Many);
+    RelateOnceByName("shared_file_folder", "shared_file_folder_lowercase_name", One, Many);
+    RelateOnceByName("shared_file", "shared_file_name", One, Many);
+    RelateOnceByName("shared_file_name", "shared_file_lowercase_name", One, Many);
+    RelateOnceByName("shared_file", "shared_file_size", One, Many);
+    RelateOnceByName("shared_folder", "shared_public", One, Many);
+    RelateOnceByName("shared_folder", "shared_userlist", One, Many);
+    RelateOnceByName("shared_folder", "user_list_group", Many, Many);
+    RelateOnceByName("user_share", "user", One, One);
+    RelateOnceByName("user_share", "user_share_loaded", One, Many);
+    RelateOnceByName("user_share", "user_share_folder", Many, One);
+    RelateOnceByName("user_share_folder", "user_share_folder_name", One, Many);
+    RelateOnceByName("user_share_folder", "user_share_file", Many, One);
+    RelateOnceByName("user_share_file", "user_share_file_name", One, Many);
+    RelateOnceByName("user_share_file", "user_share_file_size", One, Many);
+    RelateOnceByName("search_token", "shared_file", Many, Many);
     for (char const* lp_attribute : {"mpeg_version", "channel_mode", "audio_frequency", "bitrate_mode", "bitrate", "is_scanned"})
-        Relate("shared_file", lp_attribute, One, Many);
+        RelateOnceByName("shared_file", lp_attribute, One, Many);
     for (char const* lp_attribute : {"bitrate_mode", "bitrate", "length_seconds"})
-        Relate("user_share_file", lp_attribute, One, Many);
-    Relate("user", "unshared", One, Many);
+        RelateOnceByName("user_share_file", lp_attribute, One, Many);
+    RelateOnceByName("user", "unshared", One, Many);
 
     // The data file keeps the user's choices and the MP3 scan results, not the share itself:
     // every other file and the whole token index are rebuilt at each start.

@@ -3,14 +3,7 @@
 // different part of her share; then it shares and rescans a folder of its own.
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
-#include <QMenu>
-#include <QPlainTextEdit>
-#include <QPushButton>
 #include <QTemporaryDir>
-#include <QTreeWidget>
-#include <QTreeWidgetItemIterator>
 #include <QTcpSocket>
 #include <QtWidgets>
 
@@ -44,11 +37,10 @@ namespace
 {
 void Seed(SavedGraph& io_seed, std::string const& i_name)
 {
-    SavedGraph& l_seed = io_seed;
-    l_seed.Set("global", "username", i_name);
-    l_seed.Set("global", "password", i_name + "-pw");
-    l_seed.Set("global", "use_upnp", "no");
-    l_seed.Set("global", "listening_port", std::to_string(FreePort()));
+    io_seed.Set("global", "username", i_name);
+    io_seed.Set("global", "password", i_name + "-pw");
+    io_seed.Set("global", "use_upnp", "no");
+    io_seed.Set("global", "listening_port", std::to_string(FreePort()));
 }
 
 void Write(QString const& i_path, QByteArray const& i_bytes = "x")

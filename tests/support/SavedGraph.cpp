@@ -12,7 +12,15 @@ SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
     Type* lp_listed = m_data.NewType("in_user_list", false, true, true);
     m_data.NewType("user", true, false, true)->RelateToType(lp_listed, One, One, false);
     lp_listed->RelateToType(m_data.NewType("user_list_group", true, false, true), Many, Many, false);
-    m_saver.m_savedTypes = {"global", "room_autojoin", "in_user_list", "user_list_group"};
+    Type* lp_shared = m_data.NewType("shared_folder", true, false, true);
+    lp_shared->RelateToType(m_data.NewType("shared_public", false, true, true), Many, One, false);
+    lp_shared->RelateToType(m_data.NewType("shared_userlist", false, true, true), Many, One, false);
+    lp_shared->RelateToType(m_data.GetType("user_list_group"), Many, Many, false);
+    m_data.GetType("user")->RelateToType(m_data.NewType("unshared", false, true, true), Many, One, false);
+    m_saver.m_savedTypes = {"global", "room_autojoin", "in_user_list", "user_list_group", "shared_folder", "unshared"};
+    m_saver.AddSavedByConnectionType("shared_public", "shared_folder");
+    m_saver.AddSavedByConnectionType("shared_userlist", "shared_folder");
+    m_saver.AddSavedByConnectionType("user", "unshared");
     m_saver.AddSavedByConnectionType("global_value", "global");
     m_saver.AddSavedByConnectionType("room", "room_autojoin");
     m_saver.AddSavedByConnectionType("user", "in_user_list");
@@ -66,4 +74,41 @@ std::optional<std::vector<std::string>> SavedGraph::ListedUserGroups(std::string
     for (Item* lp_group : l_listed.GetItems("user_list_group").SortAlphabetic(true))
         l_groups.push_back(ItemPtr(lp_group).AsString());
     return l_groups;
+}
+
+void SavedGraph::ShareFolder(std::string const& i_path, Access i_access, std::vector<std::string> const& i_groups)
+{
+    ItemPtr const l_folder = m_data.GetType("shared_folder")->GetItem(i_path);
+    if (i_access == Access::Everyone)
+        l_folder.NewItem("shared_public");
+    else if (i_access == Access::UserList)
+        l_folder.NewItem("shared_userlist");
+    for (std::string const& l_group : i_groups)
+        l_folder.Connect(m_data.GetType("user_list_group")->GetItem(l_group));
+}
+
+std::optional<std::string> SavedGraph::SharedFolderAccess(std::string const& i_path) const
+{
+    ItemPtr const l_folder = m_data.GetType("shared_folder")->HasItem(i_path);
+    if (!l_folder)
+        return std::nullopt;
+    if (l_folder.IsConnected("shared_public"))
+        return "Everyone";
+    if (l_folder.IsConnected("shared_userlist"))
+        return "User List";
+    std::string l_groups;
+    for (Item* lp_group : l_folder.GetItems("user_list_group").SortAlphabetic(true))
+        l_groups += (l_groups.empty() ? "" : ", ") + ItemPtr(lp_group).AsString();
+    return l_groups;
+}
+
+void SavedGraph::Unshare(std::string const& i_user)
+{
+    m_data.GetType("user")->GetItem(i_user)->NewItem("unshared");
+}
+
+bool SavedGraph::IsUnshared(std::string const& i_user) const
+{
+    ItemPtr const l_user = m_data.GetType("user")->HasItem(i_user);
+    return l_user && l_user.IsConnected("unshared");
 }

@@ -26,6 +26,15 @@ public:
     void ListUser(std::string const& i_user, std::vector<std::string> const& i_groups);
     // The groups of a user on the list, sorted; nothing when the user is not on the list.
     std::optional<std::vector<std::string>> ListedUserGroups(std::string const& i_user) const;
+    // A shared folder, keyed by its absolute path, open to everyone, to the user list, or to
+    // the groups named (none of them: open to nobody).
+    enum class Access { Everyone, UserList, Groups };
+    void ShareFolder(std::string const& i_path, Access i_access, std::vector<std::string> const& i_groups = {});
+    // The folder's access as the File Sharing tab words it ("Everyone", "User List", or the
+    // groups sorted and joined by ", "); nothing when the folder is not shared.
+    std::optional<std::string> SharedFolderAccess(std::string const& i_path) const;
+    void Unshare(std::string const& i_user);
+    bool IsUnshared(std::string const& i_user) const;
 
     bool Save(QString const& i_file) { return m_saver.Save(&m_data, i_file.toLocal8Bit().constData()); }
     void Load(QString const& i_file) { m_saver.Load(&m_data, i_file.toLocal8Bit().constData()); }

@@ -148,6 +148,28 @@ void PeerMessenger::DataLoaded()
     }
     connect(&m_listener, &QTcpServer::newConnection, this, &PeerMessenger::OnNewConnection, Qt::UniqueConnection);
     Listen();
+
+    // A peer knows a messaging connection by the name it was greeted with: after a change of
+    // the own name, those made before would carry the new name's messages as the old one's.
+    if (!m_watchingName)
+    {
+        m_watchingName = true;
+        auto* lp_name = new PathNode(d.GetType("global")->GetItem(Value("username")));
+        new PathNode(lp_name, "global_value", TriggerConnected);
+        ListenPath(lp_name, &PeerMessenger::OnUsernameChanged);
+    }
+}
+
+void PeerMessenger::OnUsernameChanged(Item*)
+{
+    ItemSet const l_sockets = m_types.mp_peerSocket->GetItems();
+    if (l_sockets.empty())
+        return;
+    Line(1, QStringLiteral("The user name changed: closing %1 messaging connections made under the old one")
+                .arg(l_sockets.size()));
+    for (Item* lp_socket : l_sockets)
+        if (!lp_socket->IsRemoved())
+            DisposeOfSocket(lp_socket->AsPointer<QTcpSocket>());
 }
 
 bool PeerMessenger::Listen()

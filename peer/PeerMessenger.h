@@ -129,6 +129,7 @@ private:
 
     void OnPeerConnectionRequest(Item* ip_request);
     void OnUserAddress(Item* ip_user);
+    void OnUsernameChanged(Item* ip_key);
 
     bool Listen();
     void StartDirectAttempt(ItemPtr i_attempt, ItemPtr i_user, char const* i_type);
@@ -175,6 +176,7 @@ private:
     std::int64_t m_acceptCounter = 0;
     std::uint64_t m_queuedBytes = 0;
     QString m_listenError;
+    bool m_watchingName = false;
     ShareListResponder m_shareListResponder;
     std::unique_ptr<PeerMessageHandler> mp_handler;
 };

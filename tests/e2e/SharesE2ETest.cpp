@@ -108,15 +108,8 @@ void LoginAs(CentralServerProcess& io_server, std::string const& i_name)
     SetGlobal("password", Value(i_name + "-pw"));
     lp_ui->actionConnect->trigger();
     ASSERT_TRUE(WaitFor([&] { return io_server.CountLines(l_line) > l_before; }, 20000)) << i_name;
-    // The messaging connections made under the former name outlive the change, and a peer
-    // takes what comes on them as that name's: they are ended, so that each name reaches
-    // its peers afresh.
-    std::vector<QPointer<QTcpSocket>> l_sockets;
-    for (Item* lp_socket : d.GetType("peer_socket")->GetItems())
-        l_sockets.emplace_back(ItemPtr(lp_socket).AsPointer<QTcpSocket>());
-    for (QPointer<QTcpSocket> const& lp_socket : l_sockets)
-        if (lp_socket)
-            lp_socket->disconnectFromHost();
+    // The messaging connections made under the former name are ended, so that each name
+    // reaches its peers afresh.
     ASSERT_TRUE(WaitFor([] { return d.GetType("peer_socket")->ItemCount() == 0; }));
 }
 

@@ -248,12 +248,12 @@ void Report(std::string i_name, double i_value, std::string i_unit, std::string 
 int PrintSummary()
 {
     int l_missed = 0;
-    std::printf("\n%-46s %12s %12s %-6s %s\n", "figure", "measured", "target", "unit", "result");
+    std::printf("\n%-56s %12s %12s %-6s %s\n", "figure", "measured", "target", "unit", "result");
     for (Figure const& l_figure : Figures())
     {
         if (std::isnan(l_figure.m_target))
         {
-            std::printf("%-46s %12.4g %12s %-6s report %s\n", l_figure.m_name.c_str(), l_figure.m_value, "-",
+            std::printf("%-56s %12.4g %12s %-6s report %s\n", l_figure.m_name.c_str(), l_figure.m_value, "-",
                         l_figure.m_unit.c_str(), l_figure.m_note.c_str());
             continue;
         }
@@ -263,7 +263,7 @@ int PrintSummary()
         char l_margin[48] = "";
         if (l_figure.m_value > 0)
             std::snprintf(l_margin, sizeof l_margin, " by x%.2f", l_figure.m_target / l_figure.m_value);
-        std::printf("%-46s %12.4g %12.4g %-6s %s%s %s\n", l_figure.m_name.c_str(), l_figure.m_value, l_figure.m_target,
+        std::printf("%-56s %12.4g %12.4g %-6s %s%s %s\n", l_figure.m_name.c_str(), l_figure.m_value, l_figure.m_target,
                     l_figure.m_unit.c_str(), l_met ? "met" : "MISSED",
                     (std::string(l_margin) + (l_figure.m_aim ? " (aim)" : "")).c_str(), l_figure.m_note.c_str());
     }

@@ -192,6 +192,11 @@ void ShareForm::OnCurrentItemChanged(QTreeWidgetItem* ip_current, QTreeWidgetIte
     mp_ui->fileList->setSortingEnabled(false);
     mp_ui->fileList->addTopLevelItems(l_rows);
     mp_ui->fileList->setSortingEnabled(true);
+    // A size of some GiB needs more than the first width: the column grows to show it whole,
+    // and never shrinks below what the user made it.
+    int const l_needed = static_cast<QAbstractItemView*>(mp_ui->fileList)->sizeHintForColumn(FileRow::s_sizeColumn);
+    if (l_needed > mp_ui->fileList->columnWidth(FileRow::s_sizeColumn))
+        mp_ui->fileList->setColumnWidth(FileRow::s_sizeColumn, l_needed);
 }
 
 void ShareForm::OnFileItemChanged(QTreeWidgetItem*, QTreeWidgetItem*) {}

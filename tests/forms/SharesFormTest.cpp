@@ -133,6 +133,8 @@ TEST_F(SharesFormTest, TreeFollowsTheReceivedPathsAndTabsOpenInTheBackground)
     Tree(lp_ann)->setCurrentItem(Tree(lp_ann)->topLevelItem(0)->child(0));
     EXPECT_EQ(Texts(FileList(lp_ann)), (L({"a.mp3", "b.mp3", "c.ogg"})));
     EXPECT_EQ(Texts(FileList(lp_ann), 1), (L({"999", "3,221,225,472", "1,000"})));
+    QTreeWidget* lp_files = FileList(lp_ann);
+    EXPECT_GE(lp_files->columnWidth(1), lp_files->fontMetrics().horizontalAdvance(QStringLiteral("3,221,225,472"))); // shown whole
     EXPECT_EQ(Texts(FileList(lp_ann), 2), (L({"", "192 VBR", ""})));
     FileList(lp_ann)->header()->setSortIndicator(1, Qt::AscendingOrder);
     EXPECT_EQ(Texts(FileList(lp_ann)), (L({"a.mp3", "c.ogg", "b.mp3"})));

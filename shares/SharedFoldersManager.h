@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "peer/ShareList.h"
@@ -151,6 +152,11 @@ private:
     // A received share goes with its folders and files, and with the names, sizes and values
     // that nothing else holds any more, so that repeated lists leave nothing behind.
     static void RemoveUserShare(Item* ip_share);
+
+    // Reused by every search, so that answering one allocates little: whether the asker may
+    // see a folder, as far as this search has asked, and the files found.
+    std::unordered_map<Item*, bool> m_searchFolders;
+    std::vector<Item*> m_searchMatches;
 };
 
 extern SharedFoldersManager* sharedFoldersManager;

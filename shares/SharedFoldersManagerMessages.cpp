@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 #include <string_view>
 #include <vector>
 
-#include "peer/Compression.h"
 #include "peer/PeerMessageCode.h"
 #include "peer/PeerMessenger.h"
 #include "peer/SharedFolderInfo.h"
@@ -17,6 +17,8 @@
 #include "store/Log.h"
 #include "store/Settings.h"
 #include "stream/PathNames.h"
+
+#include <zlib.h>
 
 namespace
 {
@@ -88,11 +90,48 @@ bool IsVisible(OwnShareTypes const& i_types, Item* ip_folder, ItemSet const& i_v
     return false;
 }
 
+// A zlib stream at the highest level, kept between messages: setting one up takes and clears
+// a few hundred KiB, more than compressing a small answer does, while a reset one gives the
+// very bytes a fresh one would.
+class Deflater
+{
+public:
+    Deflater()
+    {
+        if (deflateInit(&m_stream, Z_BEST_COMPRESSION) != Z_OK)
+            throw std::bad_alloc();
+    }
+    ~Deflater() { deflateEnd(&m_stream); }
+    Deflater(Deflater const&) = delete;
+    Deflater& operator=(Deflater const&) = delete;
+
+    // Appends the body as one zlib stream.
+    void Append(MemStream& io_message, char const* ip_body, std::size_t i_length)
+    {
+        if (deflateReset(&m_stream) != Z_OK)
+            throw std::bad_alloc();
+        m_out.resize(deflateBound(&m_stream, static_cast<uLong>(i_length)));
+        m_stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(ip_body));
+        m_stream.avail_in = static_cast<uInt>(i_length);
+        m_stream.next_out = m_out.data();
+        m_stream.avail_out = static_cast<uInt>(m_out.size());
+        // With room for the bound the stream ends in one call.
+        if (deflate(&m_stream, Z_FINISH) != Z_STREAM_END)
+            throw std::bad_alloc();
+        io_message.WriteBuffer(m_out.data(), m_stream.total_out);
+    }
+
+private:
+    z_stream m_stream{};
+    std::vector<Bytef> m_out;
+};
+
 MemStream CompressedMessage(int i_code, MemStream const& i_body)
 {
+    thread_local Deflater l_deflater;
     MemStream l_message;
     l_message.Write(static_cast<std::uint32_t>(i_code));
-    AppendCompressed(l_message, i_body.GetReadBuffer(), static_cast<std::size_t>(i_body.GetPendingReadLength()));
+    l_deflater.Append(l_message, i_body.GetReadBuffer(), static_cast<std::size_t>(i_body.GetPendingReadLength()));
     return l_message;
 }
 } // namespace
@@ -290,10 +329,15 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
         l_tokens.push_back(lp_token);
     }
     // The candidates are the files of the rarest word, read in place; each is checked against
-    // the other words through its own few words.
-    auto const l_fileCount = [&l_types](Item* ip_token) { return ip_token->ConnectedOfType(l_types.mp_file).size(); };
-    std::sort(l_tokens.begin(), l_tokens.end(),
-              [&l_fileCount](Item* ip_a, Item* ip_b) { return l_fileCount(ip_a) < l_fileCount(ip_b); });
+    // the other words from the words' side, whose few groups stay in the cache, so that a file
+    // missing a word is never read at all.
+    std::vector<std::pair<std::size_t, Item*>> l_byCount;
+    for (Item* lp_token : l_tokens)
+        l_byCount.emplace_back(lp_token->ConnectedOfType(l_types.mp_file).size(), lp_token);
+    std::sort(l_byCount.begin(), l_byCount.end(),
+              [](auto const& i_a, auto const& i_b) { return i_a.first < i_b.first; });
+    for (std::size_t l_at = 0; l_at < l_byCount.size(); ++l_at)
+        l_tokens[l_at] = l_byCount[l_at].second;
 
     SearchParser::TokenSet const& l_excluded = l_parser.GetExcludedTokenSet();
     SearchParser::TokenSet const& l_parts = l_parser.GetIncludedPartTokenSet();
@@ -302,10 +346,13 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
 
     ItemSet l_visible;
     bool l_visibleTaken = false;
-    std::vector<Item*> l_matches;
+    // Files of one folder are usually found together: its access is checked once per search.
+    m_searchFolders.clear();
+    std::vector<Item*>& l_matches = m_searchMatches;
+    l_matches.clear();
     for (Item* lp_file : l_tokens.front()->ConnectedOfType(l_types.mp_file))
     {
-        if (!std::all_of(l_tokens.begin() + 1, l_tokens.end(), [lp_file](Item* ip_token) { return lp_file->IsConnected(ip_token); }))
+        if (!std::all_of(l_tokens.begin() + 1, l_tokens.end(), [lp_file](Item* ip_token) { return ip_token->IsConnected(lp_file); }))
             continue;
         std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
         if (std::any_of(l_excluded.begin(), l_excluded.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
@@ -317,7 +364,11 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
             l_visible = GetUserSharedFolders(i_user);
             l_visibleTaken = true;
         }
-        if (!IsVisible(l_types, lp_file->GetItem(l_types.mp_folder), l_visible))
+        Item* lp_folder = lp_file->GetItem(l_types.mp_folder);
+        auto const [l_known, l_new] = m_searchFolders.try_emplace(lp_folder, false);
+        if (l_new)
+            l_known->second = IsVisible(l_types, lp_folder, l_visible);
+        if (!l_known->second)
             continue;
         // More than the bound is no answer at all, not a shortened one.
         if (l_matches.size() == s_maxSearchResults)

@@ -153,10 +153,22 @@ private:
     // that nothing else holds any more, so that repeated lists leave nothing behind.
     static void RemoveUserShare(Item* ip_share);
 
+    // A word of a search with at most this many times the files of the rarest one is walked
+    // alongside the rarest one's files; one with more is looked up for each of them.
+    static constexpr std::size_t s_walkedWordRatio = 16;
+    // One answered file: its path as it travels is m_length bytes of m_searchPaths from m_start.
+    struct SearchRecord
+    {
+        std::size_t m_start;
+        std::size_t m_length;
+        Item* mp_file;
+    };
     // Reused by every search, so that answering one allocates little: whether the asker may
-    // see a folder, as far as this search has asked, and the files found.
+    // see a folder, as far as this search has asked, the files found, and their paths.
     std::unordered_map<Item*, bool> m_searchFolders;
     std::vector<Item*> m_searchMatches;
+    std::string m_searchPaths;
+    std::vector<SearchRecord> m_searchRecords;
 };
 
 extern SharedFoldersManager* sharedFoldersManager;

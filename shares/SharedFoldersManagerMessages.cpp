@@ -65,11 +65,21 @@ std::string WirePath(std::string_view i_path)
     return l_path;
 }
 
+// True when the name's extension, after its last '.', is mp3 in any case.
+bool HasMp3Extension(std::string_view i_name)
+{
+    std::size_t const l_dot = i_name.rfind('.');
+    if (l_dot == std::string_view::npos || i_name.size() - l_dot != 4)
+        return false;
+    auto const l_lower = [](char i_char) { return i_char >= 'A' && i_char <= 'Z' ? static_cast<char>(i_char - 'A' + 'a') : i_char; };
+    return l_lower(i_name[l_dot + 1]) == 'm' && l_lower(i_name[l_dot + 2]) == 'p' && i_name[l_dot + 3] == '3';
+}
+
 // An MP3 by its name's extension is described as one, with the bit rate and the variable rate
 // flag where the scan found them; any other file has no format and no attribute.
 AttributeMap ListedAttributes(OwnShareTypes const& i_types, Item* ip_file, std::string_view i_name)
 {
-    if (GetFileExtension(std::string(i_name)) != "mp3")
+    if (!HasMp3Extension(i_name))
         return AttributeMap();
     AttributeMap l_attributes("mp3");
     if (Item* lp_bitrate = ip_file->GetItem(i_types.mp_bitrate))
@@ -328,19 +338,50 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
             return;
         l_tokens.push_back(lp_token);
     }
-    // The candidates are the files of the rarest word, read in place; each is checked against
-    // the other words from the words' side, whose few groups stay in the cache, so that a file
-    // missing a word is never read at all.
+    // The candidates are the files of the rarest word, read in place. Both they and the files
+    // of every other word are in address order, so a word with not many more files is walked
+    // alongside; one with far more is asked about each candidate through its own groups. Either
+    // way a file missing a word is never read at all.
     std::vector<std::pair<std::size_t, Item*>> l_byCount;
     for (Item* lp_token : l_tokens)
         l_byCount.emplace_back(lp_token->ConnectedOfType(l_types.mp_file).size(), lp_token);
     std::sort(l_byCount.begin(), l_byCount.end(),
               [](auto const& i_a, auto const& i_b) { return i_a.first < i_b.first; });
-    for (std::size_t l_at = 0; l_at < l_byCount.size(); ++l_at)
-        l_tokens[l_at] = l_byCount[l_at].second;
+    std::size_t const l_candidates = l_byCount.front().first;
+    struct OtherWord
+    {
+        Item* mp_token;
+        bool m_walked;
+        ItemRange::const_iterator m_at; // when walked: its first file not before the candidate
+    };
+    std::vector<OtherWord> l_others;
+    for (auto l_word = l_byCount.begin() + 1; l_word != l_byCount.end(); ++l_word)
+    {
+        bool const l_walked = l_word->first <= s_walkedWordRatio * l_candidates;
+        l_others.push_back({l_word->second, l_walked,
+                            l_walked ? l_word->second->ConnectedOfType(l_types.mp_file).begin() : ItemRange::const_iterator()});
+    }
+    auto const l_holdsTheOthers = [&l_others](Item* ip_file)
+    {
+        for (OtherWord& l_word : l_others)
+        {
+            if (!l_word.m_walked)
+            {
+                if (!l_word.mp_token->IsConnected(ip_file))
+                    return false;
+                continue;
+            }
+            while (l_word.m_at != ItemRange::const_iterator() && std::less<Item*>()(*l_word.m_at, ip_file))
+                ++l_word.m_at;
+            if (l_word.m_at == ItemRange::const_iterator() || *l_word.m_at != ip_file)
+                return false;
+        }
+        return true;
+    };
 
     SearchParser::TokenSet const& l_excluded = l_parser.GetExcludedTokenSet();
     SearchParser::TokenSet const& l_parts = l_parser.GetIncludedPartTokenSet();
+    bool const l_namesChecked = !l_excluded.empty() || !l_parts.empty();
     auto const l_nameContains = [](std::string_view i_name, std::string const& i_text)
     { return i_name.find(i_text) != std::string_view::npos; };
 
@@ -350,15 +391,18 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
     m_searchFolders.clear();
     std::vector<Item*>& l_matches = m_searchMatches;
     l_matches.clear();
-    for (Item* lp_file : l_tokens.front()->ConnectedOfType(l_types.mp_file))
+    for (Item* lp_file : l_byCount.front().second->ConnectedOfType(l_types.mp_file))
     {
-        if (!std::all_of(l_tokens.begin() + 1, l_tokens.end(), [lp_file](Item* ip_token) { return ip_token->IsConnected(lp_file); }))
+        if (!l_holdsTheOthers(lp_file))
             continue;
-        std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
-        if (std::any_of(l_excluded.begin(), l_excluded.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
-            continue;
-        if (!std::all_of(l_parts.begin(), l_parts.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
-            continue;
+        if (l_namesChecked)
+        {
+            std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
+            if (std::any_of(l_excluded.begin(), l_excluded.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
+                continue;
+            if (!std::all_of(l_parts.begin(), l_parts.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
+                continue;
+        }
         if (!l_visibleTaken)
         {
             l_visible = GetUserSharedFolders(i_user);
@@ -378,29 +422,48 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
     if (l_matches.empty())
         return;
 
-    // In the byte order of the paths as they travel.
-    std::map<std::string, FileInfo> l_records;
+    // In the byte order of the paths as they travel, each path once. The paths are written one
+    // after another into one reused buffer and sorted as views of it.
+    std::string& l_paths = m_searchPaths;
+    l_paths.clear();
+    std::vector<SearchRecord>& l_records = m_searchRecords;
+    l_records.clear();
     for (Item* lp_file : l_matches)
     {
-        std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
-        std::string l_path = WirePath(std::string(TextOf(lp_file->GetItem(l_types.mp_folder))) + "/" + std::string(l_name));
-        FileInfo l_info(l_path, NumberOf<qint64>(lp_file->GetItem(l_types.mp_size)), ListedAttributes(l_types, lp_file, l_name));
-        l_records.emplace(std::move(l_path), std::move(l_info));
+        std::size_t const l_start = l_paths.size();
+        l_paths += TextOf(lp_file->GetItem(l_types.mp_folder));
+        l_paths += '/';
+        l_paths += TextOf(lp_file->GetItem(l_types.mp_name));
+        std::replace(l_paths.begin() + static_cast<std::ptrdiff_t>(l_start), l_paths.end(), '/', '\\');
+        l_records.push_back({l_start, l_paths.size() - l_start, lp_file});
     }
+    auto const l_pathOf = [&l_paths](SearchRecord const& i_record)
+    { return std::string_view(l_paths).substr(i_record.m_start, i_record.m_length); };
+    std::stable_sort(l_records.begin(), l_records.end(),
+                     [&l_pathOf](SearchRecord const& i_a, SearchRecord const& i_b) { return l_pathOf(i_a) < l_pathOf(i_b); });
+    l_records.erase(std::unique(l_records.begin(), l_records.end(),
+                                [&l_pathOf](SearchRecord const& i_a, SearchRecord const& i_b) { return l_pathOf(i_a) == l_pathOf(i_b); }),
+                    l_records.end());
 
     UploadSlots const l_slots = UploadSlotState();
     MemStream l_body;
     l_body.Write(GetGlobal("username"));
     l_body.Write(static_cast<std::uint32_t>(i_req));
     l_body.Write(static_cast<std::uint32_t>(l_records.size()));
-    for (auto const& l_record : l_records)
-        l_record.second.Write(l_body);
+    for (SearchRecord const& l_record : l_records)
+    {
+        Item* lp_file = l_record.mp_file;
+        FileInfo(std::string(l_pathOf(l_record)), NumberOf<qint64>(lp_file->GetItem(l_types.mp_size)),
+                 ListedAttributes(l_types, lp_file, TextOf(lp_file->GetItem(l_types.mp_name))))
+            .Write(l_body);
+    }
     l_body.Write(static_cast<std::uint8_t>(l_slots.m_free ? 1 : 0));
     l_body.Write(NumberOf<std::uint32_t>(GetGlobalValue("upload_speed").Get()));
     l_body.Write(l_slots.m_queued);
     l_body.Write(static_cast<std::uint32_t>(0));
     MemStream l_message = CompressedMessage(PeerCode::FileSearchResult, l_body);
 
+ 
     Log(QStringLiteral("Search"), 1,
         QStringLiteral("Sending search results to user %1 for search string %2").arg(Q(i_user), Q(i_searchText)));
     if (peerMessenger)

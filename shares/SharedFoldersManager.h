@@ -155,7 +155,7 @@ private:
 
     // A word of a search with at most this many times the files of the rarest one is walked
     // alongside the rarest one's files; one with more is looked up for each of them.
-    static constexpr std::size_t s_walkedWordRatio = 16;
+    static constexpr std::size_t s_walkedWordRatio = 64;
     // One answered file: its path as it travels is m_length bytes of m_searchPaths from m_start.
     struct SearchRecord
     {

@@ -340,8 +340,8 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
     }
     // The candidates are the files of the rarest word, read in place. Both they and the files
     // of every other word are in address order, so a word with not many more files is walked
-    // alongside; one with far more is asked about each candidate through its own groups. Either
-    // way a file missing a word is never read at all.
+    // alongside, and a file missing it is never read. A word with far more files is looked for
+    // among each candidate's own few words, which takes fewer reads than a search of its files.
     std::vector<std::pair<std::size_t, Item*>> l_byCount;
     for (Item* lp_token : l_tokens)
         l_byCount.emplace_back(lp_token->ConnectedOfType(l_types.mp_file).size(), lp_token);
@@ -367,7 +367,7 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
         {
             if (!l_word.m_walked)
             {
-                if (!l_word.mp_token->IsConnected(ip_file))
+                if (!ip_file->IsConnected(l_word.mp_token))
                     return false;
                 continue;
             }

@@ -162,13 +162,16 @@ private:
         std::size_t m_start;
         std::size_t m_length;
         Item* mp_file;
+        std::string_view m_name; // the file's name item's text
     };
     // Reused by every search, so that answering one allocates little: whether the asker may
-    // see a folder, as far as this search has asked, the files found, and their paths.
+    // see a folder, as far as this search has asked, the files found, their paths, and the
+    // answer's body before it is compressed.
     std::unordered_map<Item*, bool> m_searchFolders;
     std::vector<Item*> m_searchMatches;
     std::string m_searchPaths;
     std::vector<SearchRecord> m_searchRecords;
+    MemStream m_searchBody;
 };
 
 extern SharedFoldersManager* sharedFoldersManager;

@@ -433,9 +433,10 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
         std::size_t const l_start = l_paths.size();
         l_paths += TextOf(lp_file->GetItem(l_types.mp_folder));
         l_paths += '/';
-        l_paths += TextOf(lp_file->GetItem(l_types.mp_name));
+        std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
+        l_paths += l_name;
         std::replace(l_paths.begin() + static_cast<std::ptrdiff_t>(l_start), l_paths.end(), '/', '\\');
-        l_records.push_back({l_start, l_paths.size() - l_start, lp_file});
+        l_records.push_back({l_start, l_paths.size() - l_start, lp_file, l_name});
     }
     auto const l_pathOf = [&l_paths](SearchRecord const& i_record)
     { return std::string_view(l_paths).substr(i_record.m_start, i_record.m_length); };
@@ -446,7 +447,8 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
                     l_records.end());
 
     UploadSlots const l_slots = UploadSlotState();
-    MemStream l_body;
+    MemStream& l_body = m_searchBody;
+    l_body.Reset();
     l_body.Write(GetGlobal("username"));
     l_body.Write(static_cast<std::uint32_t>(i_req));
     l_body.Write(static_cast<std::uint32_t>(l_records.size()));
@@ -454,7 +456,7 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
     {
         Item* lp_file = l_record.mp_file;
         FileInfo(std::string(l_pathOf(l_record)), NumberOf<qint64>(lp_file->GetItem(l_types.mp_size)),
-                 ListedAttributes(l_types, lp_file, TextOf(lp_file->GetItem(l_types.mp_name))))
+                 ListedAttributes(l_types, lp_file, l_record.m_name))
             .Write(l_body);
     }
     l_body.Write(static_cast<std::uint8_t>(l_slots.m_free ? 1 : 0));

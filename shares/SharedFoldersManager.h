@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "peer/ShareList.h"
@@ -151,6 +152,26 @@ private:
     // A received share goes with its folders and files, and with the names, sizes and values
     // that nothing else holds any more, so that repeated lists leave nothing behind.
     static void RemoveUserShare(Item* ip_share);
+
+    // A word of a search with at most this many times the files of the rarest one is walked
+    // alongside the rarest one's files; one with more is looked up for each of them.
+    static constexpr std::size_t s_walkedWordRatio = 64;
+    // One answered file: its path as it travels is m_length bytes of m_searchPaths from m_start.
+    struct SearchRecord
+    {
+        std::size_t m_start;
+        std::size_t m_length;
+        Item* mp_file;
+        std::string_view m_name; // the file's name item's text
+    };
+    // Reused by every search, so that answering one allocates little: whether the asker may
+    // see a folder, as far as this search has asked, the files found, their paths, and the
+    // answer's body before it is compressed.
+    std::unordered_map<Item*, bool> m_searchFolders;
+    std::vector<Item*> m_searchMatches;
+    std::string m_searchPaths;
+    std::vector<SearchRecord> m_searchRecords;
+    MemStream m_searchBody;
 };
 
 extern SharedFoldersManager* sharedFoldersManager;

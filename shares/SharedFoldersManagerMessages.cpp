@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 #include <string_view>
 #include <vector>
 
-#include "peer/Compression.h"
 #include "peer/PeerMessageCode.h"
 #include "peer/PeerMessenger.h"
 #include "peer/SharedFolderInfo.h"
@@ -17,6 +17,8 @@
 #include "store/Log.h"
 #include "store/Settings.h"
 #include "stream/PathNames.h"
+
+#include <zlib.h>
 
 namespace
 {
@@ -63,11 +65,21 @@ std::string WirePath(std::string_view i_path)
     return l_path;
 }
 
+// True when the name's extension, after its last '.', is mp3 in any case.
+bool HasMp3Extension(std::string_view i_name)
+{
+    std::size_t const l_dot = i_name.rfind('.');
+    if (l_dot == std::string_view::npos || i_name.size() - l_dot != 4)
+        return false;
+    auto const l_lower = [](char i_char) { return i_char >= 'A' && i_char <= 'Z' ? static_cast<char>(i_char - 'A' + 'a') : i_char; };
+    return l_lower(i_name[l_dot + 1]) == 'm' && l_lower(i_name[l_dot + 2]) == 'p' && i_name[l_dot + 3] == '3';
+}
+
 // An MP3 by its name's extension is described as one, with the bit rate and the variable rate
 // flag where the scan found them; any other file has no format and no attribute.
 AttributeMap ListedAttributes(OwnShareTypes const& i_types, Item* ip_file, std::string_view i_name)
 {
-    if (GetFileExtension(std::string(i_name)) != "mp3")
+    if (!HasMp3Extension(i_name))
         return AttributeMap();
     AttributeMap l_attributes("mp3");
     if (Item* lp_bitrate = ip_file->GetItem(i_types.mp_bitrate))
@@ -88,11 +100,48 @@ bool IsVisible(OwnShareTypes const& i_types, Item* ip_folder, ItemSet const& i_v
     return false;
 }
 
+// A zlib stream at the highest level, kept between messages: setting one up takes and clears
+// a few hundred KiB, more than compressing a small answer does, while a reset one gives the
+// very bytes a fresh one would.
+class Deflater
+{
+public:
+    Deflater()
+    {
+        if (deflateInit(&m_stream, Z_BEST_COMPRESSION) != Z_OK)
+            throw std::bad_alloc();
+    }
+    ~Deflater() { deflateEnd(&m_stream); }
+    Deflater(Deflater const&) = delete;
+    Deflater& operator=(Deflater const&) = delete;
+
+    // Appends the body as one zlib stream.
+    void Append(MemStream& io_message, char const* ip_body, std::size_t i_length)
+    {
+        if (deflateReset(&m_stream) != Z_OK)
+            throw std::bad_alloc();
+        m_out.resize(deflateBound(&m_stream, static_cast<uLong>(i_length)));
+        m_stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(ip_body));
+        m_stream.avail_in = static_cast<uInt>(i_length);
+        m_stream.next_out = m_out.data();
+        m_stream.avail_out = static_cast<uInt>(m_out.size());
+        // With room for the bound the stream ends in one call.
+        if (deflate(&m_stream, Z_FINISH) != Z_STREAM_END)
+            throw std::bad_alloc();
+        io_message.WriteBuffer(m_out.data(), m_stream.total_out);
+    }
+
+private:
+    z_stream m_stream{};
+    std::vector<Bytef> m_out;
+};
+
 MemStream CompressedMessage(int i_code, MemStream const& i_body)
 {
+    thread_local Deflater l_deflater;
     MemStream l_message;
     l_message.Write(static_cast<std::uint32_t>(i_code));
-    AppendCompressed(l_message, i_body.GetReadBuffer(), static_cast<std::size_t>(i_body.GetPendingReadLength()));
+    l_deflater.Append(l_message, i_body.GetReadBuffer(), static_cast<std::size_t>(i_body.GetPendingReadLength()));
     return l_message;
 }
 } // namespace
@@ -289,35 +338,81 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
             return;
         l_tokens.push_back(lp_token);
     }
-    // The candidates are the files of the rarest word, read in place; each is checked against
-    // the other words through its own few words.
-    auto const l_fileCount = [&l_types](Item* ip_token) { return ip_token->ConnectedOfType(l_types.mp_file).size(); };
-    std::sort(l_tokens.begin(), l_tokens.end(),
-              [&l_fileCount](Item* ip_a, Item* ip_b) { return l_fileCount(ip_a) < l_fileCount(ip_b); });
+    // The candidates are the files of the rarest word, read in place. Both they and the files
+    // of every other word are in address order, so a word with not many more files is walked
+    // alongside, and a file missing it is never read. A word with far more files is looked for
+    // among each candidate's own few words, which takes fewer reads than a search of its files.
+    std::vector<std::pair<std::size_t, Item*>> l_byCount;
+    for (Item* lp_token : l_tokens)
+        l_byCount.emplace_back(lp_token->ConnectedOfType(l_types.mp_file).size(), lp_token);
+    std::sort(l_byCount.begin(), l_byCount.end(),
+              [](auto const& i_a, auto const& i_b) { return i_a.first < i_b.first; });
+    std::size_t const l_candidates = l_byCount.front().first;
+    struct OtherWord
+    {
+        Item* mp_token;
+        bool m_walked;
+        ItemRange::const_iterator m_at; // when walked: its first file not before the candidate
+    };
+    std::vector<OtherWord> l_others;
+    for (auto l_word = l_byCount.begin() + 1; l_word != l_byCount.end(); ++l_word)
+    {
+        bool const l_walked = l_word->first <= s_walkedWordRatio * l_candidates;
+        l_others.push_back({l_word->second, l_walked,
+                            l_walked ? l_word->second->ConnectedOfType(l_types.mp_file).begin() : ItemRange::const_iterator()});
+    }
+    auto const l_holdsTheOthers = [&l_others](Item* ip_file)
+    {
+        for (OtherWord& l_word : l_others)
+        {
+            if (!l_word.m_walked)
+            {
+                if (!ip_file->IsConnected(l_word.mp_token))
+                    return false;
+                continue;
+            }
+            while (l_word.m_at != ItemRange::const_iterator() && std::less<Item*>()(*l_word.m_at, ip_file))
+                ++l_word.m_at;
+            if (l_word.m_at == ItemRange::const_iterator() || *l_word.m_at != ip_file)
+                return false;
+        }
+        return true;
+    };
 
     SearchParser::TokenSet const& l_excluded = l_parser.GetExcludedTokenSet();
     SearchParser::TokenSet const& l_parts = l_parser.GetIncludedPartTokenSet();
+    bool const l_namesChecked = !l_excluded.empty() || !l_parts.empty();
     auto const l_nameContains = [](std::string_view i_name, std::string const& i_text)
     { return i_name.find(i_text) != std::string_view::npos; };
 
     ItemSet l_visible;
     bool l_visibleTaken = false;
-    std::vector<Item*> l_matches;
-    for (Item* lp_file : l_tokens.front()->ConnectedOfType(l_types.mp_file))
+    // Files of one folder are usually found together: its access is checked once per search.
+    m_searchFolders.clear();
+    std::vector<Item*>& l_matches = m_searchMatches;
+    l_matches.clear();
+    for (Item* lp_file : l_byCount.front().second->ConnectedOfType(l_types.mp_file))
     {
-        if (!std::all_of(l_tokens.begin() + 1, l_tokens.end(), [lp_file](Item* ip_token) { return lp_file->IsConnected(ip_token); }))
+        if (!l_holdsTheOthers(lp_file))
             continue;
-        std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
-        if (std::any_of(l_excluded.begin(), l_excluded.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
-            continue;
-        if (!std::all_of(l_parts.begin(), l_parts.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
-            continue;
+        if (l_namesChecked)
+        {
+            std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
+            if (std::any_of(l_excluded.begin(), l_excluded.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
+                continue;
+            if (!std::all_of(l_parts.begin(), l_parts.end(), [&](std::string const& i_text) { return l_nameContains(l_name, i_text); }))
+                continue;
+        }
         if (!l_visibleTaken)
         {
             l_visible = GetUserSharedFolders(i_user);
             l_visibleTaken = true;
         }
-        if (!IsVisible(l_types, lp_file->GetItem(l_types.mp_folder), l_visible))
+        Item* lp_folder = lp_file->GetItem(l_types.mp_folder);
+        auto const [l_known, l_new] = m_searchFolders.try_emplace(lp_folder, false);
+        if (l_new)
+            l_known->second = IsVisible(l_types, lp_folder, l_visible);
+        if (!l_known->second)
             continue;
         // More than the bound is no answer at all, not a shortened one.
         if (l_matches.size() == s_maxSearchResults)
@@ -327,29 +422,50 @@ void SharedFoldersManager::ProcessSearch(std::string const& i_user, unsigned int
     if (l_matches.empty())
         return;
 
-    // In the byte order of the paths as they travel.
-    std::map<std::string, FileInfo> l_records;
+    // In the byte order of the paths as they travel, each path once. The paths are written one
+    // after another into one reused buffer and sorted as views of it.
+    std::string& l_paths = m_searchPaths;
+    l_paths.clear();
+    std::vector<SearchRecord>& l_records = m_searchRecords;
+    l_records.clear();
     for (Item* lp_file : l_matches)
     {
+        std::size_t const l_start = l_paths.size();
+        l_paths += TextOf(lp_file->GetItem(l_types.mp_folder));
+        l_paths += '/';
         std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
-        std::string l_path = WirePath(std::string(TextOf(lp_file->GetItem(l_types.mp_folder))) + "/" + std::string(l_name));
-        FileInfo l_info(l_path, NumberOf<qint64>(lp_file->GetItem(l_types.mp_size)), ListedAttributes(l_types, lp_file, l_name));
-        l_records.emplace(std::move(l_path), std::move(l_info));
+        l_paths += l_name;
+        std::replace(l_paths.begin() + static_cast<std::ptrdiff_t>(l_start), l_paths.end(), '/', '\\');
+        l_records.push_back({l_start, l_paths.size() - l_start, lp_file, l_name});
     }
+    auto const l_pathOf = [&l_paths](SearchRecord const& i_record)
+    { return std::string_view(l_paths).substr(i_record.m_start, i_record.m_length); };
+    std::stable_sort(l_records.begin(), l_records.end(),
+                     [&l_pathOf](SearchRecord const& i_a, SearchRecord const& i_b) { return l_pathOf(i_a) < l_pathOf(i_b); });
+    l_records.erase(std::unique(l_records.begin(), l_records.end(),
+                                [&l_pathOf](SearchRecord const& i_a, SearchRecord const& i_b) { return l_pathOf(i_a) == l_pathOf(i_b); }),
+                    l_records.end());
 
     UploadSlots const l_slots = UploadSlotState();
-    MemStream l_body;
+    MemStream& l_body = m_searchBody;
+    l_body.Reset();
     l_body.Write(GetGlobal("username"));
     l_body.Write(static_cast<std::uint32_t>(i_req));
     l_body.Write(static_cast<std::uint32_t>(l_records.size()));
-    for (auto const& l_record : l_records)
-        l_record.second.Write(l_body);
+    for (SearchRecord const& l_record : l_records)
+    {
+        Item* lp_file = l_record.mp_file;
+        FileInfo(std::string(l_pathOf(l_record)), NumberOf<qint64>(lp_file->GetItem(l_types.mp_size)),
+                 ListedAttributes(l_types, lp_file, l_record.m_name))
+            .Write(l_body);
+    }
     l_body.Write(static_cast<std::uint8_t>(l_slots.m_free ? 1 : 0));
     l_body.Write(NumberOf<std::uint32_t>(GetGlobalValue("upload_speed").Get()));
     l_body.Write(l_slots.m_queued);
     l_body.Write(static_cast<std::uint32_t>(0));
     MemStream l_message = CompressedMessage(PeerCode::FileSearchResult, l_body);
 
+ 
     Log(QStringLiteral("Search"), 1,
         QStringLiteral("Sending search results to user %1 for search string %2").arg(Q(i_user), Q(i_searchText)));
     if (peerMessenger)

@@ -105,6 +105,15 @@ private:
     bool ApplyPart(Item* ip_shared, WalkJob const& i_walk, QDeadlineTimer const& i_until);
     void EndFolder(WalkJob const& i_job);
     void TokenizeSharedFile(Item* ip_file, std::string_view i_folder, std::string_view i_name);
+    // The words of a folder's path, shared by all its files: looked up once per slice.
+    struct FolderTokens
+    {
+        std::string m_text; // the folder's path, lower case
+        std::vector<std::string_view> m_words; // into m_text, distinct
+        std::vector<Item*> m_items; // the token of each word, null until looked up
+    };
+    void ConnectTokens(Item* ip_file, FolderTokens& io_folder, std::string_view i_name);
+    static void SetFolderTokens(FolderTokens& o_folder, std::string_view i_folder);
     Item* GetByKey(Type* ip_type, std::string_view i_key);
     // While walking, at most every 100 ms; when idle, the totals of the share.
     void EmitProgress(bool i_idle);
@@ -125,6 +134,9 @@ private:
     int m_walkFolders = 0;
     QElapsedTimer m_progressClock;
     std::string m_tokenText; // reused by the tokenizer
+    std::vector<std::string_view> m_tokens; // the distinct words of a file's name, in first-seen order
+    std::vector<Item*> m_tokenItems; // the token of each of m_tokens, or null, before connecting
+    FolderTokens m_folderTokens; // valid within one call of ApplyPart only
 
     // ---- lists and search answers (SharedFoldersManagerMessages.cpp)
 public:

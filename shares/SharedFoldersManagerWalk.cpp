@@ -11,6 +11,7 @@
 #include <charconv>
 
 #include "store/Data.h"
+#include "store/EventDelivery.h"
 #include "store/Log.h"
 
 namespace
@@ -26,6 +27,42 @@ QString PathText(std::string_view i_path)
 bool IsPathSeparatorOrSpace(unsigned char i_char)
 {
     return i_char == ' ' || i_char == '/' || i_char == '\\';
+}
+
+// ASCII letters only: the locale must not change the keys of the index.
+void LowerAscii(std::string& io_text)
+{
+    for (char& l_char : io_text)
+        if (l_char >= 'A' && l_char <= 'Z')
+            l_char = static_cast<char>(l_char - 'A' + 'a');
+}
+
+// Appends the words of i_text in both readings to io_words, each once and in the order first
+// seen, leaving out those of i_known. A path separator ends a word in both readings, so the
+// words of a folder's path and of a name in it can be collected apart.
+void CollectWords(std::string_view i_text, std::vector<std::string_view> const& i_known,
+                  std::vector<std::string_view>& io_words)
+{
+    auto const l_pass = [&](auto i_isSeparator)
+    {
+        std::size_t l_at = 0;
+        while (l_at < i_text.size())
+        {
+            while (l_at < i_text.size() && i_isSeparator(static_cast<unsigned char>(i_text[l_at])))
+                ++l_at;
+            std::size_t const l_start = l_at;
+            while (l_at < i_text.size() && !i_isSeparator(static_cast<unsigned char>(i_text[l_at])))
+                ++l_at;
+            if (l_at == l_start)
+                continue;
+            std::string_view const l_word = i_text.substr(l_start, l_at - l_start);
+            if (std::find(i_known.begin(), i_known.end(), l_word) == i_known.end() &&
+                std::find(io_words.begin(), io_words.end(), l_word) == io_words.end())
+                io_words.push_back(l_word);
+        }
+    };
+    l_pass(&SharedFoldersManager::IsSearchTokenSeparator);
+    l_pass(&IsPathSeparatorOrSpace);
 }
 
 bool IsMP3Name(std::string_view i_name)
@@ -250,6 +287,10 @@ bool SharedFoldersManager::ApplyPart(Item* ip_shared, WalkJob const& i_walk, QDe
                 QStringLiteral("Skipping folder %1: it links back to %2").arg(PathText(l_loop), PathText(l_ancestor)));
     }
     m_folder.mp_item = lp_folder;
+    // The folder's tokens are cached for this slice only; one that a listener removes stays
+    // readable until the slice ends, and is looked up again.
+    EventDelivery::Walk l_keep;
+    SetFolderTokens(m_folderTokens, l_part.m_folder);
 
     std::string l_path;
     while (m_partNext < l_part.m_files.size())
@@ -303,7 +344,7 @@ bool SharedFoldersManager::ApplyPart(Item* ip_shared, WalkJob const& i_walk, QDe
             l_path.assign(l_part.m_folder).append(1, '/').append(l_name);
             emit MP3ScanRequired(PathText(l_path));
         }
-        TokenizeSharedFile(lp_file, l_part.m_folder, l_name);
+        ConnectTokens(lp_file, m_folderTokens, l_name);
 
         if ((m_partNext & 63) == 0 && i_until.hasExpired())
             return false;
@@ -348,32 +389,57 @@ void SharedFoldersManager::TokenizeSharedFile(ItemPtr i_file)
 // letters, digits and bytes of multi-byte characters, then runs between spaces and separators.
 void SharedFoldersManager::TokenizeSharedFile(Item* ip_file, std::string_view i_folder, std::string_view i_name)
 {
-    std::string& l_text = m_tokenText;
-    l_text.assign(i_folder).append(1, '\\').append(i_name);
-    // ASCII letters only: the locale must not change the keys of the index.
-    for (char& l_char : l_text)
-        if (l_char >= 'A' && l_char <= 'Z')
-            l_char = static_cast<char>(l_char - 'A' + 'a');
+    FolderTokens l_folder;
+    SetFolderTokens(l_folder, i_folder);
+    // Removed by a listener meanwhile, a token stays readable until this walk ends.
+    EventDelivery::Walk l_keep;
+    ConnectTokens(ip_file, l_folder, i_name);
+}
 
+void SharedFoldersManager::ConnectTokens(Item* ip_file, FolderTokens& io_folder, std::string_view i_name)
+{
+    std::string& l_name = m_tokenText;
+    l_name.assign(i_name);
+    LowerAscii(l_name);
+    // A name's words that are words of its folder too are connected once, with the folder's.
+    std::vector<std::string_view>& l_words = m_tokens;
+    l_words.clear();
+    CollectWords(l_name, io_folder.m_words, l_words);
+
+    // Every word is looked up before any is connected: the lookups do not wait on each other,
+    // so their reads of memory overlap. A token a listener makes or removes meanwhile is looked
+    // up again when its turn comes.
     Type* lp_tokenType = d.GetType("search_token");
-    auto const l_pass = [&](auto i_isSeparator)
+    std::vector<Item*>& l_found = m_tokenItems;
+    l_found.clear();
+    for (std::string_view const l_word : l_words)
+        l_found.push_back(lp_tokenType->Items().Find(l_word));
+
+    for (std::size_t l_at = 0; l_at < io_folder.m_words.size(); ++l_at)
     {
-        std::size_t l_at = 0;
-        while (l_at < l_text.size())
-        {
-            while (l_at < l_text.size() && i_isSeparator(static_cast<unsigned char>(l_text[l_at])))
-                ++l_at;
-            std::size_t const l_start = l_at;
-            while (l_at < l_text.size() && !i_isSeparator(static_cast<unsigned char>(l_text[l_at])))
-                ++l_at;
-            if (l_at > l_start)
-                if (Item* lp_token = GetByKey(lp_tokenType, std::string_view(l_text).substr(l_start, l_at - l_start)))
-                    if (!ip_file->IsRemoved())
-                        ip_file->Connect(lp_token);
-        }
-    };
-    l_pass(&SharedFoldersManager::IsSearchTokenSeparator);
-    l_pass(&IsPathSeparatorOrSpace);
+        Item*& lp_token = io_folder.m_items[l_at];
+        if (!lp_token || lp_token->IsRemoved())
+            lp_token = GetByKey(lp_tokenType, io_folder.m_words[l_at]);
+        if (lp_token && !ip_file->IsRemoved())
+            ip_file->Connect(lp_token);
+    }
+    for (std::size_t l_at = 0; l_at < l_words.size(); ++l_at)
+    {
+        Item* lp_token = l_found[l_at];
+        if (!lp_token || lp_token->IsRemoved())
+            lp_token = GetByKey(lp_tokenType, l_words[l_at]);
+        if (lp_token && !ip_file->IsRemoved())
+            ip_file->Connect(lp_token);
+    }
+}
+
+void SharedFoldersManager::SetFolderTokens(FolderTokens& o_folder, std::string_view i_folder)
+{
+    o_folder.m_text.assign(i_folder);
+    LowerAscii(o_folder.m_text);
+    o_folder.m_words.clear();
+    CollectWords(o_folder.m_text, {}, o_folder.m_words);
+    o_folder.m_items.assign(o_folder.m_words.size(), nullptr);
 }
 
 bool SharedFoldersManager::IsSearchTokenSeparator(unsigned char i_char)

@@ -139,9 +139,13 @@ bool ConnectionGroup::Insert(Item* ip_item)
     if (l_form == Sorted)
     {
         Array* lp_array = GetArray();
-        Item** lp_at = std::lower_bound(lp_array->Begin(), lp_array->End(), ip_item);
-        if (lp_at != lp_array->End() && *lp_at == ip_item)
-            return false;
+        Item** lp_at = lp_array->End();
+        if (ip_item <= lp_at[-1])
+        {
+            lp_at = std::lower_bound(lp_array->Begin(), lp_array->End(), ip_item);
+            if (*lp_at == ip_item)
+                return false;
+        }
         if (lp_array->m_size == lp_array->m_capacity)
         {
             if (lp_array->m_capacity < s_maxSorted)
@@ -176,11 +180,19 @@ bool ConnectionGroup::Insert(Item* ip_item)
     }
 
     Chunks* lp_chunks = GetChunks();
-    std::size_t const l_index = lp_chunks->ChunkFor(ip_item);
+    // New items mostly come above every item held: the last chunk, recently written, takes
+    // them without a search through the others, which are cold.
+    std::size_t l_index = lp_chunks->m_chunks.size() - 1;
     ItemChunk* lp_chunk = lp_chunks->m_chunks[l_index];
-    Item** lp_at = std::lower_bound(lp_chunk->mp_items, lp_chunk->mp_items + lp_chunk->m_size, ip_item);
-    if (lp_at != lp_chunk->mp_items + lp_chunk->m_size && *lp_at == ip_item)
-        return false;
+    Item** lp_at = lp_chunk->mp_items + lp_chunk->m_size;
+    if (ip_item <= lp_chunk->mp_items[lp_chunk->m_size - 1])
+    {
+        l_index = lp_chunks->ChunkFor(ip_item);
+        lp_chunk = lp_chunks->m_chunks[l_index];
+        lp_at = std::lower_bound(lp_chunk->mp_items, lp_chunk->mp_items + lp_chunk->m_size, ip_item);
+        if (lp_at != lp_chunk->mp_items + lp_chunk->m_size && *lp_at == ip_item)
+            return false;
+    }
     if (lp_chunk->m_size == ItemChunk::s_capacity)
     {
         auto* lp_next = new ItemChunk;

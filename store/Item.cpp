@@ -92,9 +92,21 @@ ConnectionGroup* Item::FindGroup(Type* ip_type) const
 Item* Item::Connect(Item* ip_other)
 {
     RelationInfo const l_relation = mp_type->GetRelation(ip_other->mp_type);
-    if (IsConnected(ip_other))
-        return ip_other;
-    ConnectThisEnd(ip_other, l_relation.m_typeTo);
+    // Most connections add to a group this item already has towards Many: one search of the
+    // group both finds out whether the items are connected and inserts.
+    ConnectionGroup* lp_group = l_relation.m_typeTo == Many ? FindGroup(ip_other->mp_type) : nullptr;
+    if (lp_group)
+    {
+        if (!lp_group->Insert(ip_other))
+            return ip_other;
+        ++mp_type->m_changes;
+    }
+    else
+    {
+        if (IsConnected(ip_other))
+            return ip_other;
+        ConnectThisEnd(ip_other, l_relation.m_typeTo);
+    }
     ip_other->ConnectThisEnd(this, l_relation.m_typeFrom);
 
     // A listener may remove either end; both stay readable until the announcement is over,

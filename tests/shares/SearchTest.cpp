@@ -105,3 +105,20 @@ TEST_F(SearchTest, TwoHundredAnsweredAndNoMore)
     User("bob").NewItem("unshared");
     EXPECT_EQ(Search("f1199"), "none");
 }
+
+// A second word a little commoner than the rarest is walked beside it, a far commoner one is
+// looked up in each candidate's words: both ways find the same files, in either order of the
+// words, and one answer leaves nothing behind for the next.
+TEST_F(SearchTest, CommonAndRareWordsMeetWhicheverWayTheyAreJoined)
+{
+    Share("/big", "public", {"/big"});
+    for (int l_index = 0; l_index < 300; ++l_index)
+        File("/big", "f" + std::to_string(l_index) + (l_index % 3 ? "" : " tag") + (l_index < 3 ? " rare" : "") + " common", 1);
+    auto const l_count = [](std::string const& i_answer) { return i_answer == "none" ? -1 : int(Fields(QByteArray::fromStdString(i_answer.substr(13, 4))).U32()); };
+    for (auto [lp_text, l_expected] : {std::pair{"rare tag", 1}, {"tag rare", 1}, {"rare common", 3}, {"common rare", 3}})
+    {
+        std::string const l_first = Search(lp_text);
+        EXPECT_EQ(l_count(l_first), l_expected) << lp_text;
+        EXPECT_EQ(Search(lp_text), l_first) << lp_text;
+    }
+}

@@ -46,6 +46,10 @@ protected:
         SetLogSink(nullptr);
         for (auto const& l_entry : d.Types())
             l_entry.second->GetItems().Remove();
+        // By bytes: the temporary folder's own clean-up passes over names that are not UTF-8.
+        std::error_code l_ignored;
+        fs::permissions(m_root, fs::perms::owner_all, l_ignored);
+        fs::remove_all(m_root, l_ignored);
     }
 
     void Write(std::string const& i_path, std::string const& i_bytes = "abc")

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "bench/BenchClient.h"
 #include "peer/PeerMessenger.h"
 #include "server/Server.h"
 #include "store/Data.h"
@@ -36,33 +37,11 @@ std::vector<Figure>& Figures()
     return s_figures;
 }
 
-quint16 FreePort()
-{
-    QTcpServer l_probe;
-    l_probe.listen(QHostAddress::LocalHost, 0);
-    return l_probe.serverPort();
-}
-
-void DeclareSettingsTypes()
-{
-    Type* lp_global = d.NewType("global", true, false, true);
-    Type* lp_vglobal = d.NewType("vglobal", true, false, true);
-    Type* lp_value = d.NewType("global_value", false, false, true);
-    lp_global->RelateToType(lp_value, Many, One, false);
-    lp_vglobal->RelateToType(lp_value, Many, One, false);
-}
 } // namespace
 
 void SetUpClient()
 {
-    new DataSaver();
-    DeclareSettingsTypes();
-    new Server();
-    Server::CreateData();
-    new PeerMessenger();
-    SetGlobal("username", s_clientName);
-    SetGlobal("use_upnp", "no");
-    SetGlobal("listening_port", Value(static_cast<int>(FreePort())));
+    SetUpBenchClient(s_clientName);
     SetLogSink([](QString const&, int, QString const&, ItemPtr) { ++g_logLines; });
     dataSaver->EmitDataLoaded();
     if (!peerMessenger->ListenError().isEmpty())

@@ -17,6 +17,7 @@
 #include <limits>
 #include <map>
 
+#include "bench/BenchClient.h"
 #include "peer/PeerMessenger.h"
 #include "server/Server.h"
 #include "shares/SharedFoldersManager.h"
@@ -48,21 +49,6 @@ std::vector<Figure>& Figures()
     return s_figures;
 }
 
-quint16 FreePort()
-{
-    QTcpServer l_probe;
-    l_probe.listen(QHostAddress::LocalHost, 0);
-    return l_probe.serverPort();
-}
-
-void DeclareSettingsTypes()
-{
-    Type* lp_global = d.NewType("global", true, false, true);
-    Type* lp_vglobal = d.NewType("vglobal", true, false, true);
-    Type* lp_value = d.NewType("global_value", false, false, true);
-    lp_global->RelateToType(lp_value, Many, One, false);
-    lp_vglobal->RelateToType(lp_value, Many, One, false);
-}
 
 std::size_t WalkFolder(std::string const& i_path, std::size_t i_rootLength, std::vector<std::string>* o_paths)
 {
@@ -121,14 +107,7 @@ double Median(std::vector<double> i_values)
 
 void SetUpClient(bool i_beforeLoad)
 {
-    new DataSaver();
-    DeclareSettingsTypes();
-    new Server();
-    Server::CreateData();
-    new PeerMessenger();
-    SetGlobal("username", s_clientName);
-    SetGlobal("use_upnp", "no");
-    SetGlobal("listening_port", Value(static_cast<int>(FreePort())));
+    SetUpBenchClient(s_clientName);
     SetLogSink(
         [](QString const& i_area, int, QString const&, ItemPtr)
         {

@@ -13,6 +13,15 @@ namespace
 // near the edge does not change form at every connection.
 constexpr std::uint32_t s_maxSorted = 128;
 constexpr std::size_t s_backToSorted = 32;
+
+// Arrays grow by half rather than double once past a few items: most groups stop growing
+// early (a file's words, a word's few files), and a doubled array would leave up to half of
+// its slots empty for good.
+std::uint32_t GrownCapacity(std::uint32_t i_capacity)
+{
+    std::uint32_t const l_grown = i_capacity < 8 ? i_capacity * 2 : (i_capacity + i_capacity / 2 + 1) & ~1u;
+    return std::min(l_grown, s_maxSorted);
+}
 } // namespace
 
 // A sorted array with its size and capacity in front of the pointers, in one allocation.
@@ -151,7 +160,7 @@ bool ConnectionGroup::Insert(Item* ip_item)
             if (lp_array->m_capacity < s_maxSorted)
             {
                 std::size_t const l_index = static_cast<std::size_t>(lp_at - lp_array->Begin());
-                lp_array = Array::Resize(lp_array, lp_array->m_capacity * 2);
+                lp_array = Array::Resize(lp_array, GrownCapacity(lp_array->m_capacity));
                 SetArray(lp_array);
                 lp_at = lp_array->Begin() + l_index;
             }

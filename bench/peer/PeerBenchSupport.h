@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchStats.h"
+
 class ItemPtr;
 
 namespace PeerBench
@@ -123,10 +125,10 @@ struct PlainPair
     std::unique_ptr<PlainPeer> mp_receiver;
 };
 
-using Clock = std::chrono::steady_clock;
-double Seconds(Clock::duration i_span);
-double Median(std::vector<double> i_values);
-double Percentile(std::vector<double> i_values, double i_fraction);
+using BenchStats::Clock;
+using BenchStats::Median;
+using BenchStats::Percentile;
+using BenchStats::Seconds;
 
 // One figure against its target, printed in the summary after the run. A target of 0 is met by
 // 0 alone: a count of things left behind.

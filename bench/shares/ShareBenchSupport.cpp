@@ -86,25 +86,6 @@ std::size_t WalkFolder(std::string const& i_path, std::size_t i_rootLength, std:
 }
 } // namespace
 
-double Seconds(Clock::duration i_span)
-{
-    return std::chrono::duration<double>(i_span).count();
-}
-
-double Percentile(std::vector<double> i_values, double i_fraction)
-{
-    if (i_values.empty())
-        return 0;
-    auto const l_at = i_values.begin() + static_cast<std::ptrdiff_t>(i_fraction * double(i_values.size() - 1));
-    std::nth_element(i_values.begin(), l_at, i_values.end());
-    return *l_at;
-}
-
-double Median(std::vector<double> i_values)
-{
-    return Percentile(std::move(i_values), 0.5);
-}
-
 void SetUpClient(bool i_beforeLoad)
 {
     SetUpBenchClient(s_clientName);

@@ -13,12 +13,14 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchStats.h"
+
 namespace ShareBench
 {
-using Clock = std::chrono::steady_clock;
-double Seconds(Clock::duration i_span);
-double Median(std::vector<double> i_values);
-double Percentile(std::vector<double> i_values, double i_fraction);
+using BenchStats::Clock;
+using BenchStats::Median;
+using BenchStats::Percentile;
+using BenchStats::Seconds;
 
 inline constexpr char const* s_clientName = "benchclient";
 

@@ -34,6 +34,12 @@ std::int64_t NowMs()
     return QDateTime::currentMSecsSinceEpoch();
 }
 
+// A line about an attempt or a request, with its connection type and its user in that order.
+QString WithTypeAndUser(QString const& i_text, ItemPtr i_request)
+{
+    return i_text.arg(Q(i_request.GetItem("peer_connection_type").AsString()), Q(i_request.GetItem("user").AsString()));
+}
+
 // A time item "or more" ago; a time that cannot be read counts as expired, so that a damaged
 // item does not live for ever.
 bool Expired(ItemPtr i_time, QDateTime const& i_now, qint64 i_ms, std::map<Item*, qint64>& io_cache)
@@ -451,8 +457,7 @@ void PeerMessenger::OnConnectToPeerSocketError(QAbstractSocket::SocketError)
     if (!l_socket)
         return;
     ItemPtr const l_attempt = l_socket.GetItem("connect_to_peer_request");
-    Line(1, QStringLiteral("Direct connection of type %1 to user %2 failed")
-                   .arg(Q(l_attempt.GetItem("peer_connection_type").AsString()), Q(l_attempt.GetItem("user").AsString())));
+    Line(1, WithTypeAndUser(QStringLiteral("Direct connection of type %1 to user %2 failed"), l_attempt));
     l_socket.Remove();
     InspectPeerConnectionRequest(l_attempt);
 }
@@ -463,8 +468,7 @@ void PeerMessenger::OnIndirectPeerConnectionFailure(unsigned int i_req)
     if (!l_indirect)
         return;
     ItemPtr const l_attempt = l_indirect.GetItem("connect_to_peer_request");
-    Line(1, QStringLiteral("Indirect connection of type %1 to user %2 failed")
-                   .arg(Q(l_attempt.GetItem("peer_connection_type").AsString()), Q(l_attempt.GetItem("user").AsString())));
+    Line(1, WithTypeAndUser(QStringLiteral("Indirect connection of type %1 to user %2 failed"), l_attempt));
     l_indirect.Remove();
     InspectPeerConnectionRequest(l_attempt);
 }
@@ -473,8 +477,7 @@ void PeerMessenger::InspectPeerConnectionRequest(ItemPtr i_attempt)
 {
     if (!i_attempt || i_attempt->IsRemoved())
         return;
-    Line(1, QStringLiteral("Inspecting peer connection request of type %1 to user %2 for possible removal.")
-                   .arg(Q(i_attempt.GetItem("peer_connection_type").AsString()), Q(i_attempt.GetItem("user").AsString())));
+    Line(1, WithTypeAndUser(QStringLiteral("Inspecting peer connection request of type %1 to user %2 for possible removal."), i_attempt));
     if (i_attempt.HasItem("connect_to_peer_request_socket"))
         Line(2, QStringLiteral("Socket found. Not removing request."));
     else if (i_attempt.HasItem("indirect_connect_to_peer_request"))
@@ -488,8 +491,7 @@ void PeerMessenger::InspectPeerConnectionRequest(ItemPtr i_attempt)
 
 void PeerMessenger::DisposeOfPeerConnectionRequest(ItemPtr i_attempt)
 {
-    Line(1, QStringLiteral("Disposing of peer connection request of type %1 to user %2")
-                   .arg(Q(i_attempt.GetItem("peer_connection_type").AsString()), Q(i_attempt.GetItem("user").AsString())));
+    Line(1, WithTypeAndUser(QStringLiteral("Disposing of peer connection request of type %1 to user %2"), i_attempt));
     if (ItemPtr const l_socket = i_attempt.HasItem("connect_to_peer_request_socket"))
     {
         Line(2, QStringLiteral("Socket found. Closing and deleting."));
@@ -727,8 +729,7 @@ void PeerMessenger::EveryHalfMinute()
         if (l_indirect->IsRemoved() || !Expired(l_indirect.GetItem("send_time"), l_now, 60000, l_ages))
             continue;
         ItemPtr const l_attempt = l_indirect.GetItem("connect_to_peer_request");
-        Line(1, QStringLiteral("Indirect connection request of type %1 to %2 expired, removing.")
-                       .arg(Q(l_attempt.GetItem("peer_connection_type").AsString()), Q(l_attempt.GetItem("user").AsString())));
+        Line(1, WithTypeAndUser(QStringLiteral("Indirect connection request of type %1 to %2 expired, removing."), l_attempt));
         l_indirect.Remove();
         InspectPeerConnectionRequest(l_attempt);
     }
@@ -739,8 +740,7 @@ void PeerMessenger::EveryHalfMinute()
         if (l_socket->IsRemoved() || !Expired(l_socket.GetItem("socket_creation_time"), l_now, 60000, l_ages))
             continue;
         ItemPtr const l_attempt = l_socket.GetItem("connect_to_peer_request");
-        Line(1, QStringLiteral("Direct connection attempt of type %1 to %2 timed out, closing.")
-                       .arg(Q(l_attempt.GetItem("peer_connection_type").AsString()), Q(l_attempt.GetItem("user").AsString())));
+        Line(1, WithTypeAndUser(QStringLiteral("Direct connection attempt of type %1 to %2 timed out, closing."), l_attempt));
         auto* lp_socket = l_socket.AsPointer<QTcpSocket>();
         l_socket.Remove();
         CloseAndDelete(lp_socket);
@@ -753,8 +753,7 @@ void PeerMessenger::EveryHalfMinute()
         if (l_socket->IsRemoved() || !Expired(l_socket.GetItem("socket_creation_time"), l_now, 60000, l_ages))
             continue;
         ItemPtr const l_request = l_socket.GetItem("peer_connection_request");
-        Line(1, QStringLiteral("Indirect connection attempt of type %1 to %2 timed out, closing.")
-                       .arg(Q(l_request.GetItem("peer_connection_type").AsString()), Q(l_request.GetItem("user").AsString())));
+        Line(1, WithTypeAndUser(QStringLiteral("Indirect connection attempt of type %1 to %2 timed out, closing."), l_request));
         // A socket still connecting gives no close event: it is disposed of here, which also
         // tells the server that the dial-back failed.
         DisposeOfSocket(l_socket.AsPointer<QTcpSocket>());

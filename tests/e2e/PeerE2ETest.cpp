@@ -105,7 +105,13 @@ TEST(PeerEndToEnd, BrowsingReachesPeersDirectlyByDialBackAndOnceOnline)
     for (char const* lp_user : {"alice", "bob", "carol"})
         ASSERT_TRUE(l_server.WaitForLine(QStringLiteral("login %1 from 127.0.0.1").arg(QLatin1String(lp_user)), 20000)) << lp_user;
 
-    // Bob took his new port at the start and is reached there, by whichever way comes first.
+    // Bob tells the server his port just after his login; asked before that, the server knows
+    // none. So the address is asked until it holds the port bob took at the start.
+    ASSERT_TRUE(WaitFor([&] {
+        gp_server->GetUserAddress("bob");
+        return Attribute("bob", "user_port") == std::to_string(l_bobNew);
+    }, 15000));
+    // Bob is reached at his new port, by whichever way comes first.
     Browse("bob");
     EXPECT_EQ(mainWindow->statusBar()->currentMessage(), QStringLiteral("Asked bob for the list of shared files"));
     ASSERT_TRUE(WaitFor([&] { return l_shares.count("bob") == 1; }, 15000)) << Quote(l_lines);

@@ -377,8 +377,7 @@ void MainWindow::OnCreateRoom()
 
 void MainWindow::OnSetDownloadFolder()
 {
-    QString const l_folder = QFileDialog::getExistingDirectory(
-        this, QStringLiteral("Set Download Folder"), QString::fromStdString(GetGlobal("download_folder")));
+    QString const l_folder = QFileDialog::getExistingDirectory(this, QStringLiteral("Set Download Folder"));
     if (l_folder.isEmpty())
         return;
     SetGlobal("download_folder", l_folder.toStdString());

@@ -17,7 +17,10 @@ SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
     lp_shared->RelateToType(m_data.NewType("shared_userlist", false, true, true), Many, One, false);
     lp_shared->RelateToType(m_data.GetType("user_list_group"), Many, Many, false);
     m_data.GetType("user")->RelateToType(m_data.NewType("unshared", false, true, true), Many, One, false);
-    m_saver.m_savedTypes = {"global", "room_autojoin", "in_user_list", "user_list_group", "shared_folder", "unshared"};
+    m_data.NewType("wish_list_item", true, false, true)
+        ->RelateToType(m_data.NewType("wish_list_item_enabled", false, true, true), Many, One, false);
+    m_saver.m_savedTypes = {"global", "room_autojoin", "in_user_list", "user_list_group", "shared_folder", "unshared",
+                            "wish_list_item", "wish_list_item_enabled"};
     m_saver.AddSavedByConnectionType("shared_public", "shared_folder");
     m_saver.AddSavedByConnectionType("shared_userlist", "shared_folder");
     m_saver.AddSavedByConnectionType("user", "unshared");
@@ -111,4 +114,19 @@ bool SavedGraph::IsUnshared(std::string const& i_user) const
 {
     ItemPtr const l_user = m_data.GetType("user")->HasItem(i_user);
     return l_user && l_user.IsConnected("unshared");
+}
+
+void SavedGraph::AddWishListItem(std::string const& i_search, bool i_enabled)
+{
+    ItemPtr const l_item = m_data.GetType("wish_list_item")->GetItem(i_search);
+    if (i_enabled)
+        l_item.Connect(m_data.GetType("wish_list_item_enabled")->GetGlobalNullItem());
+}
+
+std::map<std::string, bool> SavedGraph::WishList() const
+{
+    std::map<std::string, bool> l_items;
+    for (Item* lp_item : m_data.GetType("wish_list_item")->Items())
+        l_items[ItemPtr(lp_item).AsString()] = ItemPtr(lp_item).IsConnected("wish_list_item_enabled");
+    return l_items;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +36,9 @@ public:
     std::optional<std::string> SharedFolderAccess(std::string const& i_path) const;
     void Unshare(std::string const& i_user);
     bool IsUnshared(std::string const& i_user) const;
+    void AddWishListItem(std::string const& i_search, bool i_enabled);
+    // Each wish list search with whether it is enabled.
+    std::map<std::string, bool> WishList() const;
 
     bool Save(QString const& i_file) { return m_saver.Save(&m_data, i_file.toLocal8Bit().constData()); }
     void Load(QString const& i_file) { m_saver.Load(&m_data, i_file.toLocal8Bit().constData()); }

@@ -6,6 +6,7 @@
 #include "peer/PeerMessenger.h"
 #include "peer/ShareList.h"
 
+#include <QPointer>
 #include <QTcpSocket>
 
 using namespace PeerText;
@@ -72,14 +73,38 @@ void PeerMessageHandler::AnswerShareListRequest(QTcpSocket* ip_socket, std::stri
     // A peer that asks again before it has taken the last copy gets no second one: a list can
     // be large, and repeated requests would pile copies up in the write buffer.
     SocketBufferInfo& l_info = mr_messenger.Buffer(ip_socket);
-    if (l_info.m_bytesWritten - ip_socket->bytesToWrite() < l_info.m_listEndsAt)
+    if (l_info.m_listPending || l_info.m_bytesWritten - ip_socket->bytesToWrite() < l_info.m_listEndsAt)
     {
         Line(1, QStringLiteral("User %1 asked for the share list again before the last copy was sent; not sent twice")
                     .arg(Q(i_user)));
         return;
     }
-    MemStream l_answer = mr_messenger.m_shareListResponder ? mr_messenger.m_shareListResponder(i_user)
-                                                           : ShareListMessage(FileInfoMap());
+    if (!mr_messenger.m_shareListResponder)
+    {
+        SendShareList(ip_socket, ShareListMessage(FileInfoMap()));
+        return;
+    }
+    l_info.m_listPending = true;
+    QPointer<QTcpSocket> const lp_socket(ip_socket);
+    mr_messenger.m_shareListResponder(i_user, [this, lp_socket, i_user](MemStream const& i_list)
+    {
+        // The connection may have gone while the list was composed; a socket that is still
+        // an object but no longer the messenger's is gone too.
+        if (!lp_socket || !mr_messenger.m_buffers.contains(lp_socket.data()))
+        {
+            Line(2, QStringLiteral("Share list for user %1 is ready, but the connection is gone").arg(Q(i_user)));
+            return;
+        }
+        SendShareList(lp_socket.data(), i_list);
+    });
+}
+
+void PeerMessageHandler::SendShareList(QTcpSocket* ip_socket, MemStream const& i_list)
+{
+    mr_messenger.Buffer(ip_socket).m_listPending = false;
+    // A copy of its own: one list may answer several peers, and sending reads the stream.
+    MemStream l_answer;
+    l_answer.WriteBuffer(i_list.GetReadBuffer(), static_cast<unsigned long>(i_list.GetPendingReadLength()));
     if (!mr_messenger.SendMessage(ip_socket, l_answer))
         return;
     mr_messenger.Buffer(ip_socket).m_listEndsAt = mr_messenger.Buffer(ip_socket).m_bytesWritten;

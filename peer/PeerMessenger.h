@@ -31,8 +31,11 @@ class PeerMessenger : public QObject, public DataHandler, public DataLoadedEvent
 {
     Q_OBJECT
 public:
-    // The answer to a request for the own share list, composed by the shares subsystem.
-    using ShareListResponder = std::function<MemStream(std::string const& i_user)>;
+    // The answer to a request for the own share list, composed by the shares subsystem. A large
+    // list takes a while to compress, so the answer is handed to the reply when it is ready,
+    // at once or from a later turn of the event loop.
+    using ShareListReply = std::function<void(MemStream const& i_message)>;
+    using ShareListResponder = std::function<void(std::string const& i_user, ShareListReply i_reply)>;
 
     static constexpr int s_defaultListeningPort = 2235;
 

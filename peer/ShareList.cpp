@@ -67,11 +67,21 @@ bool ReadTranslationTable(InputStream& i_stream, AttributeTranslationTable& o_ta
 
 MemStream ShareListMessage(FileInfoMap const& i_map)
 {
+    return ShareListMessageOfBody(ShareListBody(i_map));
+}
+
+std::string ShareListBody(FileInfoMap const& i_map)
+{
     MemStream l_body;
     WriteFileInfoMap(l_body, i_map);
     WriteTranslationTable(l_body, AttributeTranslationTable());
+    return std::string(l_body.GetReadBuffer(), static_cast<std::size_t>(l_body.GetPendingReadLength()));
+}
+
+MemStream ShareListMessageOfBody(std::string const& i_body)
+{
     MemStream l_message;
     l_message.Write(g_sharedFileListCode);
-    AppendCompressed(l_message, l_body.GetReadBuffer(), static_cast<std::size_t>(l_body.GetPendingReadLength()));
+    AppendCompressed(l_message, i_body.data(), i_body.size());
     return l_message;
 }

@@ -40,3 +40,7 @@ bool ReadTranslationTable(InputStream& i_stream, AttributeTranslationTable& o_ta
 // The whole answer to a request for the share list: the code, then the map and an empty table
 // compressed. Sharing nothing is ShareListMessage({}).
 MemStream ShareListMessage(FileInfoMap const& i_map);
+// The same in two steps, so that the compression, which takes most of the time, can run
+// away from the graph: the body as it is before compression, and the message made of it.
+std::string ShareListBody(FileInfoMap const& i_map);
+MemStream ShareListMessageOfBody(std::string const& i_body);

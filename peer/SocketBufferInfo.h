@@ -31,6 +31,8 @@ struct SocketBufferInfo
     // sent on it ends: while the socket has not sent that far, the list still waits.
     std::int64_t m_bytesWritten = 0;
     std::int64_t m_listEndsAt = 0;
+    // A share list for this socket is being composed.
+    bool m_listPending = false;
     // Order of acceptance, for closing the oldest socket that never identified itself.
     std::int64_t m_acceptOrder = 0;
 };

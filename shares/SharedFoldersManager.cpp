@@ -93,7 +93,8 @@ SharedFoldersManager::SharedFoldersManager(QObject* ip_parent) : QObject(ip_pare
         connect(peerMessenger, &PeerMessenger::UserShare, this, &SharedFoldersManager::OnUserShare);
         connect(peerMessenger, &PeerMessenger::SharedFilesInFolderRequested, this,
                 &SharedFoldersManager::OnFilesInFoldersRequested);
-        peerMessenger->SetShareListResponder([this](std::string const& i_user) { return GetSharedFilesMessage(i_user); });
+        peerMessenger->SetShareListResponder([this](std::string const& i_user, PeerMessenger::ShareListReply i_reply)
+                                             { AnswerShareListRequest(i_user, std::move(i_reply)); });
     }
     if (dnetManager)
         connect(dnetManager, &DNetManager::DNetSearchRequest, this, &SharedFoldersManager::OnDNetSearchRequest);

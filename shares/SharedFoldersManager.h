@@ -15,8 +15,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "peer/PeerMessenger.h"
 #include "peer/ShareList.h"
 #include "server/UserStats.h"
+#include "shares/ShareListCompressor.h"
 #include "shares/ShareWalker.h"
 #include "store/DataHandler.h"
 #include "store/ItemPtr.h"
@@ -48,7 +50,11 @@ public:
     bool IsFileSharedWithUser(ItemPtr i_file, std::string const& i_user);
     static QString GetFileItemDisplayString(ItemPtr i_file);
 
+    // The list as the user may see it, composed at once.
     MemStream GetSharedFilesMessage(std::string const& i_user);
+    // The same for a peer's request: from the cache at once, or compressed on a worker and
+    // handed to the reply from a later turn of the event loop.
+    void AnswerShareListRequest(std::string const& i_user, PeerMessenger::ShareListReply i_reply);
     void ProcessSearch(std::string const& i_user, unsigned int i_req, std::string const& i_searchText);
 
 signals:
@@ -158,8 +164,17 @@ private:
     // kept, but only a few: the sets come from the user's own access settings.
     static constexpr std::size_t s_maxCachedLists = 8;
     std::uint64_t ShareChangeStamp() const;
+    // Logs the request, drops the lists of a share that has changed, and gives the folders the
+    // user may see.
+    ItemSet ListRequested(std::string const& i_user);
+    std::string ShareListBodyFor(ItemSet const& i_visible) const;
+    void CacheList(ItemSet const& i_visible, std::string const& i_message);
+    using PendingListKey = std::pair<ItemSet, std::uint64_t>; // the folders and the share's stamp
+    void OnListCompressed(PendingListKey const& i_key, std::string const& i_message);
     std::uint64_t m_listStamp = 0;
     std::map<ItemSet, std::string> m_cachedLists;
+    std::map<PendingListKey, std::vector<PeerMessenger::ShareListReply>> m_pendingLists;
+    ShareListCompressor m_listCompressor;
 
     // A received share goes with its folders and files, and with the names, sizes and values
     // that nothing else holds any more, so that repeated lists leave nothing behind.

@@ -162,50 +162,101 @@ std::uint64_t SharedFoldersManager::ShareChangeStamp() const
     return l_types.mp_sharedFolder->ChangeCount() + l_types.mp_folder->ChangeCount() + l_types.mp_file->ChangeCount();
 }
 
-MemStream SharedFoldersManager::GetSharedFilesMessage(std::string const& i_user)
+std::string SharedFoldersManager::ShareListBodyFor(ItemSet const& i_visible) const
+{
+    OwnShareTypes const l_types;
+    // A folder reached through two shared folders is listed once.
+    ItemSet l_folders;
+    for (Item* lp_shared : i_visible)
+        for (Item* lp_folder : lp_shared->ConnectedOfType(l_types.mp_folder))
+            l_folders.insert(lp_folder);
+
+    FileInfoMap l_map;
+    for (Item* lp_folder : l_folders)
+    {
+        std::set<FileInfo>& l_files = l_map[WirePath(lp_folder->AsView())];
+        for (Item* lp_file : lp_folder->ConnectedOfType(l_types.mp_file))
+        {
+            std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
+            l_files.emplace(std::string(l_name), NumberOf<qint64>(lp_file->GetItem(l_types.mp_size)),
+                            ListedAttributes(l_types, lp_file, l_name));
+        }
+    }
+    return ShareListBody(l_map);
+}
+
+ItemSet SharedFoldersManager::ListRequested(std::string const& i_user)
 {
     Log(QStringLiteral("Shared"), 1, QStringLiteral("Shared file list requested by user %1").arg(Q(i_user)));
-    ItemSet const l_visible = GetUserSharedFolders(i_user);
-
     std::uint64_t const l_stamp = ShareChangeStamp();
     if (l_stamp != m_listStamp)
     {
         m_cachedLists.clear();
         m_listStamp = l_stamp;
     }
+    return GetUserSharedFolders(i_user);
+}
+
+void SharedFoldersManager::CacheList(ItemSet const& i_visible, std::string const& i_message)
+{
+    if (m_cachedLists.size() >= s_maxCachedLists)
+        m_cachedLists.clear();
+    m_cachedLists.insert_or_assign(i_visible, i_message);
+}
+
+namespace
+{
+MemStream StreamOf(std::string const& i_bytes)
+{
+    MemStream l_stream;
+    l_stream.WriteBuffer(i_bytes.data(), i_bytes.size());
+    return l_stream;
+}
+} // namespace
+
+MemStream SharedFoldersManager::GetSharedFilesMessage(std::string const& i_user)
+{
+    ItemSet const l_visible = ListRequested(i_user);
     auto l_cached = m_cachedLists.find(l_visible);
     if (l_cached == m_cachedLists.end())
     {
-        OwnShareTypes const l_types;
-        // A folder reached through two shared folders is listed once.
-        ItemSet l_folders;
-        for (Item* lp_shared : l_visible)
-            for (Item* lp_folder : lp_shared->ConnectedOfType(l_types.mp_folder))
-                l_folders.insert(lp_folder);
-
-        FileInfoMap l_map;
-        for (Item* lp_folder : l_folders)
-        {
-            std::set<FileInfo>& l_files = l_map[WirePath(lp_folder->AsView())];
-            for (Item* lp_file : lp_folder->ConnectedOfType(l_types.mp_file))
-            {
-                std::string_view const l_name = TextOf(lp_file->GetItem(l_types.mp_name));
-                l_files.emplace(std::string(l_name), NumberOf<qint64>(lp_file->GetItem(l_types.mp_size)),
-                                ListedAttributes(l_types, lp_file, l_name));
-            }
-        }
-        MemStream const l_message = ShareListMessage(l_map);
-        if (m_cachedLists.size() >= s_maxCachedLists)
-            m_cachedLists.clear();
-        l_cached = m_cachedLists
-                       .emplace(l_visible, std::string(l_message.GetReadBuffer(),
-                                                        static_cast<std::size_t>(l_message.GetPendingReadLength())))
-                       .first;
+        MemStream const l_message = ShareListMessageOfBody(ShareListBodyFor(l_visible));
+        CacheList(l_visible, std::string(l_message.GetReadBuffer(), static_cast<std::size_t>(l_message.GetPendingReadLength())));
+        l_cached = m_cachedLists.find(l_visible);
     }
     // A copy: copies of a MemStream share their buffer, and the sender reads from it.
-    MemStream l_answer;
-    l_answer.WriteBuffer(l_cached->second.data(), l_cached->second.size());
-    return l_answer;
+    return StreamOf(l_cached->second);
+}
+
+void SharedFoldersManager::AnswerShareListRequest(std::string const& i_user, PeerMessenger::ShareListReply i_reply)
+{
+    ItemSet const l_visible = ListRequested(i_user);
+    if (auto const l_cached = m_cachedLists.find(l_visible); l_cached != m_cachedLists.end())
+    {
+        i_reply(StreamOf(l_cached->second));
+        return;
+    }
+    // Peers asking for the same list while it is compressed wait for that one.
+    PendingListKey l_key{l_visible, m_listStamp};
+    auto [l_pending, l_isNew] = m_pendingLists.try_emplace(l_key);
+    l_pending->second.push_back(std::move(i_reply));
+    if (!l_isNew)
+        return;
+    m_listCompressor.Compress(ShareListBodyFor(l_visible),
+                              [this, l_key](std::string const& i_message) { OnListCompressed(l_key, i_message); });
+}
+
+void SharedFoldersManager::OnListCompressed(PendingListKey const& i_key, std::string const& i_message)
+{
+    auto l_waiting = m_pendingLists.extract(i_key);
+    // A list of a share that has changed meanwhile still answers those who asked before the
+    // change, but is not kept for later requests.
+    if (i_key.second == ShareChangeStamp() && i_key.second == m_listStamp)
+        CacheList(i_key.first, i_message);
+    MemStream const l_message = StreamOf(i_message);
+    if (!l_waiting.empty())
+        for (PeerMessenger::ShareListReply const& l_reply : l_waiting.mapped())
+            l_reply(l_message);
 }
 
 void SharedFoldersManager::OnFilesInFoldersRequested(std::string const& i_user, quint32 i_req, std::string const& i_folder)

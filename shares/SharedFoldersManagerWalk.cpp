@@ -79,6 +79,8 @@ SharedFoldersManager::~SharedFoldersManager()
     // Stops the worker at its next entry and waits for it; parts not yet applied are dropped.
     mp_walker.reset();
     m_applyTimer.stop();
+    if (peerMessenger)
+        peerMessenger->SetShareListResponder({});
     sharedFoldersManager = nullptr;
 }
 

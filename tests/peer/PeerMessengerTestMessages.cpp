@@ -142,9 +142,23 @@ TEST_F(PeerTest, SendersLayOutTheirMessages)
 
     lp_link->Send(Body(4));
     EXPECT_EQ(Inflated(lp_link->TakeFrame(5)), QByteArray(8, '\0')); // no folders, no attribute names
-    mp_messenger->SetShareListResponder([](std::string const& i_user) { return ShareListMessage({{i_user, {FileInfo("x", 1)}}}); });
+    // A list composed later goes out when it is ready; a request meanwhile gets no second one,
+    // and a list for a connection that has gone is dropped.
+    std::vector<PeerMessenger::ShareListReply> l_replies;
+    mp_messenger->SetShareListResponder([&](std::string const&, PeerMessenger::ShareListReply i_reply)
+                                        { l_replies.push_back(std::move(i_reply)); });
     lp_link->Send(Body(4));
+    lp_link->Send(Body(4));
+    EXPECT_TRUE(WaitLogged("1|User bob asked for the share list again before the last copy was sent; not sent twice"));
+    ASSERT_EQ(l_replies.size(), 1u);
+    l_replies[0](ShareListMessage({{"bob", {FileInfo("x", 1)}}}));
     EXPECT_EQ(Inflated(lp_link->TakeFrame(5)), Body(1).Str("bob").U32(1).U8(1).Str("x").U64(1).Str("").U32(0).U32(0).Bytes());
+    lp_link->Send(Body(4));
+    ASSERT_TRUE(WaitFor([&] { return l_replies.size() == 2; }));
+    lp_link->Close();
+    ASSERT_TRUE(WaitFor([] { return Count("peer_socket") == 0; }));
+    l_replies[1](ShareListMessage({}));
+    EXPECT_TRUE(m_lines.contains("2|Share list for user bob is ready, but the connection is gone"));
 }
 
 // Each bound at and just past its limit: the frame on a messaging connection, the sockets
@@ -213,7 +227,7 @@ TEST_F(PeerTest, AReaderThatNeverReadsAndTheConnectionCountAreBounded)
     l_big.Write(static_cast<std::uint32_t>(999));
     QByteArray const l_filler(16 << 20, 'x');
     l_big.WriteBuffer(l_filler.constData(), static_cast<unsigned long>(l_filler.size()));
-    mp_messenger->SetShareListResponder([&](std::string const&) { return l_big; });
+    mp_messenger->SetShareListResponder([&](std::string const&, PeerMessenger::ShareListReply i_reply) { i_reply(l_big); });
     std::unique_ptr<PeerLink> lp_greedy = OpenFrom("bob");
     lp_greedy->StopReading();
     lp_greedy->Send(Body(4));

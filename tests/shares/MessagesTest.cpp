@@ -71,6 +71,39 @@ TEST_F(SharesTest, KeptShareListFollowsChanges)
     EXPECT_EQ(ListedFolders(mp_shares->GetSharedFilesMessage("dave")), (Keys{"\\new", "\\pub"}));
 }
 
+// A peer's request is compressed away from the window and answered from a later turn, with
+// the same list as one composed at once; a list of a share that changed meanwhile answers
+// those who asked but is not kept.
+TEST_F(SharesTest, RequestedListsAreComposedAwayAndAnsweredLater)
+{
+    Share("/pub", "public", {"/pub"});
+    File("/pub", "a.mp3", 1);
+    std::vector<std::string> l_answers;
+    auto const l_reply = [&](MemStream const& i_list) { l_answers.push_back(Unpacked(i_list)); };
+    mp_shares->AnswerShareListRequest("bob", l_reply);
+    mp_shares->AnswerShareListRequest("dave", l_reply);
+    EXPECT_TRUE(l_answers.empty());
+    ASSERT_TRUE(WaitFor([&] { return l_answers.size() == 2; }));
+    EXPECT_EQ(l_answers[1], l_answers[0]);
+    EXPECT_EQ(l_answers[0], Unpacked(mp_shares->GetSharedFilesMessage("bob")));
+    mp_shares->AnswerShareListRequest("bob", l_reply);
+    EXPECT_EQ(l_answers.size(), 3u) << "kept, so answered at once";
+
+    File("/pub", "b.mp3", 2);
+    mp_shares->AnswerShareListRequest("bob", l_reply);
+    File("/pub", "c.mp3", 3);
+    ASSERT_TRUE(WaitFor([&] { return l_answers.size() == 4; }));
+    EXPECT_NE(l_answers[3].find("b.mp3"), std::string::npos);
+    EXPECT_EQ(l_answers[3].find("c.mp3"), std::string::npos);
+    mp_shares->AnswerShareListRequest("bob", l_reply);
+    EXPECT_EQ(l_answers.size(), 4u);
+    ASSERT_TRUE(WaitFor([&] { return l_answers.size() == 5; }));
+    EXPECT_NE(l_answers[4].find("c.mp3"), std::string::npos);
+    // Left under way: the manager goes with a list being compressed.
+    File("/pub", "d.mp3", 4);
+    mp_shares->AnswerShareListRequest("bob", l_reply);
+}
+
 TEST_F(SharesTest, FolderContentsAnswerOnlyWhoMaySee)
 {
     Share("/m", "public", {"/m/a"});

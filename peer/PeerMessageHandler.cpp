@@ -9,6 +9,8 @@
 #include <QPointer>
 #include <QTcpSocket>
 
+#include <utility>
+
 using namespace PeerText;
 
 bool PeerMessageHandler::Handle(QTcpSocket* ip_socket, std::string const& i_user, MemStream& i_message)
@@ -73,7 +75,13 @@ void PeerMessageHandler::AnswerShareListRequest(QTcpSocket* ip_socket, std::stri
     // A peer that asks again before it has taken the last copy gets no second one: a list can
     // be large, and repeated requests would pile copies up in the write buffer.
     SocketBufferInfo& l_info = mr_messenger.Buffer(ip_socket);
-    if (l_info.m_listPending || l_info.m_bytesWritten - ip_socket->bytesToWrite() < l_info.m_listEndsAt)
+    if (l_info.m_listPending)
+    {
+        // Asked again while the list is composed: decided as any request once it has gone out.
+        l_info.m_listAskedAgain = true;
+        return;
+    }
+    if (l_info.m_bytesWritten - ip_socket->bytesToWrite() < l_info.m_listEndsAt)
     {
         Line(1, QStringLiteral("User %1 asked for the share list again before the last copy was sent; not sent twice")
                     .arg(Q(i_user)));
@@ -81,7 +89,7 @@ void PeerMessageHandler::AnswerShareListRequest(QTcpSocket* ip_socket, std::stri
     }
     if (!mr_messenger.m_shareListResponder)
     {
-        SendShareList(ip_socket, ShareListMessage(FileInfoMap()));
+        SendShareList(ip_socket, i_user, ShareListMessage(FileInfoMap()));
         return;
     }
     l_info.m_listPending = true;
@@ -95,13 +103,15 @@ void PeerMessageHandler::AnswerShareListRequest(QTcpSocket* ip_socket, std::stri
             Line(2, QStringLiteral("Share list for user %1 is ready, but the connection is gone").arg(Q(i_user)));
             return;
         }
-        SendShareList(lp_socket.data(), i_list);
+        SendShareList(lp_socket.data(), i_user, i_list);
     });
 }
 
-void PeerMessageHandler::SendShareList(QTcpSocket* ip_socket, MemStream const& i_list)
+void PeerMessageHandler::SendShareList(QTcpSocket* ip_socket, std::string const& i_user, MemStream const& i_list)
 {
-    mr_messenger.Buffer(ip_socket).m_listPending = false;
+    SocketBufferInfo& l_info = mr_messenger.Buffer(ip_socket);
+    l_info.m_listPending = false;
+    bool const l_askedAgain = std::exchange(l_info.m_listAskedAgain, false);
     // A copy of its own: one list may answer several peers, and sending reads the stream.
     MemStream l_answer;
     l_answer.WriteBuffer(i_list.GetReadBuffer(), static_cast<unsigned long>(i_list.GetPendingReadLength()));
@@ -112,6 +122,8 @@ void PeerMessageHandler::SendShareList(QTcpSocket* ip_socket, MemStream const& i
     // that the peer does not take keeps waiting, and a second request right behind a small
     // list is served.
     ip_socket->flush();
+    if (l_askedAgain && mr_messenger.m_buffers.contains(ip_socket))
+        AnswerShareListRequest(ip_socket, i_user);
 }
 
 bool PeerMessageHandler::InflateBody(std::string const& i_user, int i_code, MemStream& i_message, MemStream& o_body,

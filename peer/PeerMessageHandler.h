@@ -19,7 +19,7 @@ public:
 
 private:
     void AnswerShareListRequest(QTcpSocket* ip_socket, std::string const& i_user);
-    void SendShareList(QTcpSocket* ip_socket, MemStream const& i_list);
+    void SendShareList(QTcpSocket* ip_socket, std::string const& i_user, MemStream const& i_list);
     // Inflates the compressed body behind the code. False: the message is to be dropped
     // without closing (memory ran out); o_close says whether the connection goes.
     bool InflateBody(std::string const& i_user, int i_code, MemStream& i_message, MemStream& o_body, bool& o_close);

@@ -31,8 +31,9 @@ struct SocketBufferInfo
     // sent on it ends: while the socket has not sent that far, the list still waits.
     std::int64_t m_bytesWritten = 0;
     std::int64_t m_listEndsAt = 0;
-    // A share list for this socket is being composed.
+    // A share list for this socket is being composed, and the peer asked again meanwhile.
     bool m_listPending = false;
+    bool m_listAskedAgain = false;
     // Order of acceptance, for closing the oldest socket that never identified itself.
     std::int64_t m_acceptOrder = 0;
 };

@@ -3,7 +3,6 @@
 #include <QFile>
 #include <QProcessEnvironment>
 
-
 #include "support/SavedGraph.h"
 
 ClientProcess::ClientProcess()

@@ -71,12 +71,12 @@ void SearchTree::Search(ClientConnection& i_searcher, quint32 i_token, QByteArra
         lp_client->Send(l_frame);
         ++l_count;
     }
-    ServerLog::Write(QStringLiteral("%1 %2 token %3 \"%4\" to %5 clients")
+    ServerLog::Write(QStringLiteral("%1 %2 token %3 to %4 clients for \"%5\"")
             .arg(i_wishList ? QStringLiteral("wishlist search") : QStringLiteral("search"),
                 ServerLog::Printable(i_searcher.Name()))
             .arg(i_token)
-            .arg(ServerLog::Printable(i_text))
-            .arg(l_count));
+            .arg(l_count)
+            .arg(ServerLog::Printable(i_text)));
 }
 
 void SearchTree::SetListenPort(ClientConnection& i_client, quint32 i_port)

@@ -48,7 +48,7 @@ TEST_F(SearchTreeTest, SearchesEnterAtClientsWithoutAParentAndAreLoggedWithTheir
     EXPECT_EQ(lp_dave->TakeBody(93), Search("alice", 9, "blue song"));
     EXPECT_TRUE(lp_bob->NothingOf(93));
     EXPECT_TRUE(lp_alice->NothingOf(93, 50));
-    EXPECT_FALSE(LogLine(QStringLiteral("search alice token 9 \"blue song\" to 1 clients")).isEmpty());
+    EXPECT_FALSE(LogLine(QStringLiteral("search alice token 9 to 1 clients for \"blue song\"")).isEmpty());
 
     // A client whose parent is gone is reached again.
     lp_bob->Send(Body(71).U8(1));
@@ -57,7 +57,7 @@ TEST_F(SearchTreeTest, SearchesEnterAtClientsWithoutAParentAndAreLoggedWithTheir
     EXPECT_EQ(lp_alice->TakeBody(93), Search("dave", 10, "wish"));
     EXPECT_EQ(lp_bob->TakeBody(93), Search("dave", 10, "wish"));
     EXPECT_TRUE(lp_dave->NothingOf(93));
-    EXPECT_FALSE(LogLine(QStringLiteral("wishlist search dave token 10 \"wish\" to 2 clients")).isEmpty());
+    EXPECT_FALSE(LogLine(QStringLiteral("wishlist search dave token 10 to 2 clients for \"wish\"")).isEmpty());
 }
 
 // A client is named listening clients that take children and rank below it, whether or not they

@@ -5,7 +5,18 @@
 
 namespace
 {
-using SearchTreeTest = ServerFixture;
+class SearchTreeTest : public ServerFixture
+{
+protected:
+    // A client logged in whose reports the server has served.
+    std::unique_ptr<RawClient> Reported(QByteArray const& i_name, QByteArray const& i_reports)
+    {
+        auto lp_client = LoggedIn(i_name);
+        lp_client->SendRaw(i_reports);
+        lp_client->Sync();
+        return lp_client;
+    }
+};
 
 // The distributed search request that message 93 carries.
 QByteArray Search(QByteArray const& i_searcher, quint32 i_token, QByteArray const& i_text)
@@ -36,13 +47,9 @@ QList<QByteArray> Offered(QByteArray const& i_body)
 // not at the searcher; the log line names the text.
 TEST_F(SearchTreeTest, SearchesEnterAtClientsWithoutAParentAndAreLoggedWithTheirText)
 {
-    auto lp_alice = LoggedIn("alice");
-    lp_alice->SendRaw(Port(2234) + NoParent() + TakesChildren());
-    auto lp_bob = LoggedIn("bob");
-    lp_bob->SendRaw(Port(2300) + HasParent() + TakesChildren());
+    auto lp_alice = Reported("alice", Port(2234) + NoParent() + TakesChildren());
+    auto lp_bob = Reported("bob", Port(2300) + HasParent() + TakesChildren());
     auto lp_dave = LoggedIn("dave");
-    lp_alice->Sync();
-    lp_bob->Sync();
 
     lp_alice->Send(Body(26).U32(9).Str("blue song"));
     EXPECT_EQ(lp_dave->TakeBody(93), Search("alice", 9, "blue song"));
@@ -66,20 +73,14 @@ TEST_F(SearchTreeTest, ParentsBelowAreNamedYoungestFirstAFullListAtATimeEachOnce
 {
     m_options.m_possibleParents = 2;
     Restart();
-    auto lp_alice = LoggedIn("alice");
-    lp_alice->SendRaw(Port(2234) + TakesChildren() + NoParent());
-    lp_alice->Sync();
-    auto lp_bob = LoggedIn("bob");
-    lp_bob->SendRaw(Port(2300) + NoParent());
+    auto lp_alice = Reported("alice", Port(2234) + TakesChildren() + NoParent());
+    auto lp_bob = Reported("bob", Port(2300) + NoParent());
     EXPECT_EQ(lp_bob->TakeBody(102), Body(102).U32(1).Str("alice").U32(c_localhost).U32(2234).Bytes());
     lp_bob->SendRaw(HasParent() + TakesChildren());
     lp_bob->Sync();
     // Takes children but does not listen, so nobody could reach it.
-    auto lp_deaf = LoggedIn("deaf");
-    lp_deaf->SendRaw(TakesChildren());
-    lp_deaf->Sync();
-    auto lp_carol = LoggedIn("carol");
-    lp_carol->SendRaw(Port(2400) + NoParent());
+    auto lp_deaf = Reported("deaf", TakesChildren());
+    auto lp_carol = Reported("carol", Port(2400) + NoParent());
     EXPECT_EQ(Offered(lp_carol->TakeBody(102)), QList<QByteArray>({"bob", "alice"}));
     lp_carol->SendRaw(HasParent() + TakesChildren());
     lp_carol->Sync();
@@ -103,16 +104,11 @@ TEST_F(SearchTreeTest, AChildWhoseParentLeftHearsOfOtherParentsAndOfLaterOnes)
 {
     m_options.m_possibleParents = 1;
     Restart();
-    auto lp_late = LoggedIn("late");
-    lp_late->Sync();
-    auto lp_alice = LoggedIn("alice");
-    lp_alice->SendRaw(Port(2234) + TakesChildren() + NoParent());
-    lp_alice->Sync();
-    auto lp_bob = LoggedIn("bob");
-    lp_bob->SendRaw(Port(2300) + TakesChildren() + NoParent());
+    auto lp_late = Reported("late", {});
+    auto lp_alice = Reported("alice", Port(2234) + TakesChildren() + NoParent());
+    auto lp_bob = Reported("bob", Port(2300) + TakesChildren() + NoParent());
     EXPECT_EQ(Offered(lp_bob->TakeBody(102)), QList<QByteArray>({"alice"}));
-    auto lp_carol = LoggedIn("carol");
-    lp_carol->SendRaw(Port(2400) + NoParent());
+    auto lp_carol = Reported("carol", Port(2400) + NoParent());
     EXPECT_EQ(Offered(lp_carol->TakeBody(102)), QList<QByteArray>({"bob"}));
     lp_carol->Send(Body(71).U8(0));
 
@@ -123,10 +119,8 @@ TEST_F(SearchTreeTest, AChildWhoseParentLeftHearsOfOtherParentsAndOfLaterOnes)
     lp_carol->Send(Body(71).U8(1));
     EXPECT_TRUE(lp_carol->NothingOf(102));
 
-    lp_bob = LoggedIn("bob");
-    lp_bob->SendRaw(Port(2300) + TakesChildren());
-    auto lp_dave = LoggedIn("dave");
-    lp_dave->SendRaw(Port(2500) + TakesChildren());
+    lp_bob = Reported("bob", Port(2300) + TakesChildren());
+    auto lp_dave = Reported("dave", Port(2500) + TakesChildren());
     EXPECT_TRUE(lp_carol->NothingOf(102));
 
     // Below everybody, so it is named to all that still wait: alice, who found no parent below
@@ -142,11 +136,8 @@ TEST_F(SearchTreeTest, AChildWhoseParentLeftHearsOfOtherParentsAndOfLaterOnes)
 // is not named that child, while newcomers are named both.
 TEST_F(SearchTreeTest, AReturningParentKeepsItsRankAndIsNotNamedItsChild)
 {
-    auto lp_alice = LoggedIn("alice");
-    lp_alice->SendRaw(Port(2234) + TakesChildren() + NoParent());
-    lp_alice->Sync();
-    auto lp_bob = LoggedIn("bob");
-    lp_bob->SendRaw(Port(2300) + TakesChildren() + NoParent());
+    auto lp_alice = Reported("alice", Port(2234) + TakesChildren() + NoParent());
+    auto lp_bob = Reported("bob", Port(2300) + TakesChildren() + NoParent());
     EXPECT_EQ(Offered(lp_bob->TakeBody(102)), QList<QByteArray>({"alice"}));
     lp_bob->Send(Body(71).U8(0));
 
@@ -162,8 +153,7 @@ TEST_F(SearchTreeTest, AReturningParentKeepsItsRankAndIsNotNamedItsChild)
     lp_alice->SendRaw(Port(2234) + TakesChildren());
     lp_alice->Sync();
 
-    auto lp_carol = LoggedIn("carol");
-    lp_carol->SendRaw(NoParent());
+    auto lp_carol = Reported("carol", NoParent());
     EXPECT_EQ(Offered(lp_carol->TakeBody(102)), QList<QByteArray>({"bob", "alice"}));
     lp_carol->Send(Body(26).U32(4).Str("x"));
     EXPECT_EQ(lp_alice->TakeBody(93), Search("carol", 4, "x"));

@@ -33,8 +33,7 @@ public:
     // The tree state a client reports about itself.
     struct TreeState
     {
-        // Until the client has said whether it has a parent, it is neither offered as a
-        // parent nor offered parents.
+        // Until the client has said that it has no parent, it is offered no parents.
         bool m_parentReported = false;
         bool m_hasParent = false;
         bool m_canParent = false;

@@ -84,6 +84,12 @@ AccountBook::LoginResult AccountBook::Login(QByteArray const& i_name, QByteArray
     return LoginResult::Registered;
 }
 
+std::optional<quint32> AccountBook::UploadSpeed(QByteArray const& i_name) const
+{
+    auto const l_found = m_speeds.constFind(i_name);
+    return l_found == m_speeds.constEnd() ? std::nullopt : std::optional<quint32>(*l_found);
+}
+
 void AccountBook::SetUploadSpeed(QByteArray const& i_name, quint32 i_speed)
 {
     if (m_accounts.contains(i_name))

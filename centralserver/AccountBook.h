@@ -4,6 +4,8 @@
 #include <QHash>
 #include <QString>
 
+#include <optional>
+
 // Accounts of the network: a name is registered with its password at its first login,
 // while there are fewer accounts than the most allowed. With a file, accounts are appended
 // to it as they are made and read back at start.
@@ -35,7 +37,8 @@ public:
     bool Exists(QByteArray const& i_name) const { return m_accounts.contains(i_name); }
     qsizetype Count() const { return m_accounts.size(); }
 
-    quint32 UploadSpeed(QByteArray const& i_name) const { return m_speeds.value(i_name); }
+    // The speed the name reported last in this run, if it did.
+    std::optional<quint32> UploadSpeed(QByteArray const& i_name) const;
     void SetUploadSpeed(QByteArray const& i_name, quint32 i_speed);
 
 private:

@@ -19,7 +19,7 @@ CentralServer::CentralServer(ServerOptions const& i_options, QObject* ip_parent)
     , m_users(m_sessions, m_accounts, m_options)
     , m_rooms(m_sessions, m_users, m_options)
     , m_messages(m_sessions, m_accounts)
-    , m_tree(m_sessions)
+    , m_tree(m_options.m_possibleParents)
 {
     connect(&m_listener, &QTcpServer::newConnection, this, &CentralServer::OnNewConnection);
 }
@@ -135,8 +135,9 @@ bool CentralServer::HandleLogin(ClientConnection& i_client, WireReader& i_reader
         Logout(*lp_older, true);
         lp_older->CloseAfterWrite();
     }
-    i_client.SetLoggedIn(l_name, ++m_loginCount);
+    i_client.SetLoggedIn(l_name, m_tree.RankOf(l_name));
     m_sessions.Add(&i_client);
+    m_tree.Join(i_client);
     ServerLog::Write(QStringLiteral("login %1 from %2")
             .arg(ServerLog::Printable(l_name), i_client.PeerText()));
 

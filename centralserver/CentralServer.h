@@ -55,5 +55,4 @@ private:
     SearchTree m_tree;
     QTcpServer m_listener;
     QSet<ClientConnection*> m_connections;
-    quint64 m_loginCount = 0;
 };

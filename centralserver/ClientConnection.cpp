@@ -77,10 +77,10 @@ quint32 ClientConnection::PeerIPv4() const
     return mp_socket->peerAddress().toIPv4Address();
 }
 
-void ClientConnection::SetLoggedIn(QByteArray const& i_name, quint64 i_sequence)
+void ClientConnection::SetLoggedIn(QByteArray const& i_name, quint64 i_rank)
 {
     m_name = i_name;
-    m_sequence = i_sequence;
+    m_rank = i_rank;
     m_loginTimer.stop();
 }
 

@@ -33,14 +33,18 @@ public:
     // The tree state a client reports about itself.
     struct TreeState
     {
-        // Until the client has said whether it has a parent, it is neither offered as a
-        // parent nor offered parents.
+        // Until the client has said that it has no parent, it is offered no parents.
         bool m_parentReported = false;
         bool m_hasParent = false;
         bool m_canParent = false;
         bool m_hasChildren = false;
         qint32 m_level = -1;
         QByteArray m_groupLeader;
+        // Ranks of the parents named to this session. A client tries each name once, so a
+        // name named again would only be skipped.
+        QSet<quint64> m_named;
+        // Names still missing from a full list since the client last said it has no parent.
+        qsizetype m_wanted = 0;
     };
 
     // Handles one complete frame; false means it was malformed and closes the connection.
@@ -62,9 +66,9 @@ public:
 
     bool IsLoggedIn() const { return !m_name.isEmpty(); }
     QByteArray const& Name() const { return m_name; }
-    void SetLoggedIn(QByteArray const& i_name, quint64 i_sequence);
-    // Rises with every login, so it orders the sessions by age.
-    quint64 Sequence() const { return m_sequence; }
+    void SetLoggedIn(QByteArray const& i_name, quint64 i_rank);
+    // The name's place in the order of first logins of this run of the server.
+    quint64 Rank() const { return m_rank; }
     void SetLoggedOut() { m_name.clear(); }
 
     quint32 ListenPort() const { return m_listenPort; }
@@ -102,7 +106,7 @@ private:
     QByteArray m_frame;
 
     QByteArray m_name;
-    quint64 m_sequence = 0;
+    quint64 m_rank = 0;
     quint32 m_listenPort = 0;
     QSet<QByteArray> m_tracked;
     TreeState m_tree;

@@ -1,32 +1,42 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QMap>
 
 class ClientConnection;
-class SessionRegistry;
 
-// Brings searches into the distributed tree at its roots, the clients without a parent,
-// and names possible parents to the roots.
+// Brings searches into the distributed tree where it begins, at the clients without a parent,
+// and names possible parents to those clients.
 //
-// A root is offered only roots that logged in before it and can take children. Every
-// parent link then points from a younger session to an older one, so no two clients can
-// pick each other, and a client that has a parent, and so may sit below the one asking,
-// is never offered.
+// Every name has a rank: the order of its first login in this run, kept when the name logs in
+// again. A client is named only parents of lower rank, so every parent link points from a
+// higher rank to a lower one and no cycle can form, not even when a parent comes back in a new
+// session after its children. Among the parents it may have, a client is named the youngest
+// ranks first, never one it was named before in the same session.
 //
-// Roots and possible parents are kept in indexes ordered by age, so that a report or an
-// offer looks at a bounded number of entries however many sessions there are.
+// Sessions are kept in indexes by rank, so that a report or an offer looks at a bounded number
+// of entries however many sessions there are.
 class SearchTree
 {
 public:
-    static constexpr qsizetype c_maxPossibleParents = 10;
-    // A new possible parent is named to this many younger roots, in turn across new
-    // parents: a parent takes only a handful of children, and a crowd dialling it at once
-    // would mostly be refused.
-    static constexpr qsizetype c_rootsPerNewParent = 10;
+    // A session is named at most this many parents in all. A client that keeps saying it has
+    // no parent then cannot make the server keep more for it, nor skip more names it had.
+    static constexpr qsizetype c_maxNamedPerSession = 1000;
+    // A parent that appears is named to at most this many waiting clients per report, the
+    // next ones in turn across reports.
+    static constexpr qsizetype c_waitingPerNewParent = 64;
 
-    explicit SearchTree(SessionRegistry const& i_sessions);
+    // i_possibleParents names make a full list.
+    explicit SearchTree(quint32 i_possibleParents);
+
+    // The name's rank, given at its first call in this run.
+    quint64 RankOf(QByteArray const& i_name);
+    // A session logged in under its name's rank; searches reach it until it reports a parent.
+    void Join(ClientConnection& i_client);
+    // The session ends; it is neither offered nor offered to any more.
+    void Forget(ClientConnection const& i_client);
 
     void Search(ClientConnection& i_searcher, quint32 i_token, QByteArray const& i_text,
         bool i_wishList);
@@ -36,30 +46,33 @@ public:
     void SetHasChildren(ClientConnection& i_client, bool i_hasChildren);
     void SetLevel(ClientConnection& i_client, qint32 i_level);
     void SetGroupLeader(ClientConnection& i_client, QByteArray const& i_leader);
-    // The session ends; it is neither offered nor offered to any more.
-    void Forget(ClientConnection const& i_client);
 
     // Index entries looked at so far, by offers of either kind.
     quint64 Examined() const { return m_examined; }
 
 private:
-    static bool IsRoot(ClientConnection const& i_client);
     static bool CanBeParent(ClientConnection const& i_client);
-    // Brings the client's index entries up to date; true when it has just become a
-    // possible parent.
-    bool Reindex(ClientConnection& i_client);
-    // Sends message 102 when the client is a root and an older root can be its parent:
-    // the oldest ones, and ip_newParent among them if it is given.
-    void OfferParents(ClientConnection& i_client, ClientConnection* ip_newParent = nullptr);
-    // A new possible parent: the next younger roots in turn hear of it.
-    void OfferToYoungerRoots(ClientConnection& i_parent);
+    static bool IsWaiting(ClientConnection const& i_client);
+    // Brings the client's entry in the parent index up to date; true when it has just become
+    // a possible parent.
+    bool ReindexParent(ClientConnection& i_client);
+    // Sends message 102 with up to a full list of parents the client has not been named.
+    void OfferParents(ClientConnection& i_client);
+    // A parent that appears is named to the next waiting clients of higher rank.
+    void OfferToWaiting(ClientConnection& i_parent);
+    // Sends the list, youngest first, notes the names as named and takes them from what the
+    // client still waits for.
+    void Name(ClientConnection& i_client, QList<ClientConnection*> const& i_parents);
 
-    SessionRegistry const& m_sessions;
-    // By login sequence. An entry may stand for a session that is closing until it is
-    // forgotten; the checks above skip it.
-    QMap<quint64, ClientConnection*> m_roots;
+    qsizetype m_possibleParents;
+    QHash<QByteArray, quint64> m_ranks;
+    // Logged in and not known to have a parent: where searches enter.
+    QMap<quint64, ClientConnection*> m_parentless;
+    // Logged in, taking children and listening.
     QMap<quint64, ClientConnection*> m_parents;
-    // The last root a new parent was named to.
-    quint64 m_lastOfferedRoot = 0;
+    // Said they have no parent, and were named fewer than a full list since.
+    QMap<quint64, ClientConnection*> m_waiting;
+    // The last waiting client a new parent was named to.
+    quint64 m_lastOffered = 0;
     quint64 m_examined = 0;
 };

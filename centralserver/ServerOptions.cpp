@@ -89,8 +89,15 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
     QCommandLineOption l_sharedFiles(QStringLiteral("shared-files"),
         QStringLiteral("Number of shared files shown for a user (default 0); may be repeated."),
         QStringLiteral("NAME=N"));
+    QCommandLineOption l_uploadSpeed(QStringLiteral("upload-speed"),
+        QStringLiteral("Upload speed in bytes/s shown for a user until it reports its own; may be "
+                       "repeated."),
+        QStringLiteral("NAME=BYTES"));
+    QCommandLineOption l_possibleParents(QStringLiteral("possible-parents"),
+        QStringLiteral("Names in one list of possible parents, 0 for none (default 10)."),
+        QStringLiteral("N"));
     l_parser.addOptions({l_port, l_listen, l_accounts, l_maxAccounts, l_wishList, l_privileged, l_minSpeed,
-        l_ratio, l_owner, l_operator, l_country, l_sharedFiles});
+        l_ratio, l_owner, l_operator, l_country, l_sharedFiles, l_uploadSpeed, l_possibleParents});
     l_parser.process(i_arguments);
 
     if (!l_parser.positionalArguments().isEmpty())
@@ -140,6 +147,12 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
         o_error = QStringLiteral("--parent-speed-ratio wants a number above 0");
         return false;
     }
+    if (l_parser.isSet(l_possibleParents)
+        && !ParseNumber(l_parser.value(l_possibleParents), c_maxPossibleParents, m_possibleParents))
+    {
+        o_error = QStringLiteral("--possible-parents wants a number from 0 to %1").arg(c_maxPossibleParents);
+        return false;
+    }
     for (QString const& l_name : l_parser.values(l_privileged))
     {
         if (!l_name.isEmpty())
@@ -160,16 +173,22 @@ bool ServerOptions::Parse(QStringList const& i_arguments, QString& o_error)
         m_countries.insert(i_name, i_code);
         return true;
     };
-    auto const l_fileCounts = [this](QByteArray const& i_name, QByteArray const& i_count)
+    // A number per name, into i_map.
+    auto const l_numbers = [](QMap<QByteArray, quint32>& o_map)
     {
-        quint32 l_count = 0;
-        if (!ParseNumber(QString::fromUtf8(i_count), 0xffffffffu, l_count))
-            return false;
-        m_sharedFiles.insert(i_name, l_count);
-        return true;
+        return [&o_map](QByteArray const& i_name, QByteArray const& i_number)
+        {
+            quint32 l_number = 0;
+            if (!ParseNumber(QString::fromUtf8(i_number), 0xffffffffu, l_number))
+                return false;
+            o_map.insert(i_name, l_number);
+            return true;
+        };
     };
+    QString const l_numberRange = QStringLiteral(", %1 a number from 0 to 4294967295");
     return ReadPairs(l_parser, l_owner, l_owners, o_error) && ReadPairs(l_parser, l_operator, l_operators, o_error)
         && ReadPairs(l_parser, l_country, l_countries, o_error)
-        && ReadPairs(l_parser, l_sharedFiles, l_fileCounts, o_error,
-            QStringLiteral(", N a number from 0 to 4294967295"));
+        && ReadPairs(l_parser, l_sharedFiles, l_numbers(m_sharedFiles), o_error, l_numberRange.arg(QStringLiteral("N")))
+        && ReadPairs(l_parser, l_uploadSpeed, l_numbers(m_uploadSpeeds), o_error,
+            l_numberRange.arg(QStringLiteral("BYTES")));
 }

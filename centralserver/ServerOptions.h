@@ -34,6 +34,14 @@ public:
     // shared files. Clients report neither, so they are set here to be seen on the network.
     QMap<QByteArray, QByteArray> m_countries;
     QMap<QByteArray, quint32> m_sharedFiles;
+    // The upload speed in bytes per second shown for a user until it reports its own. A
+    // client takes children only with a speed, and a fresh client has none before its first
+    // upload, so without this no client of a new network could be a parent.
+    QMap<QByteArray, quint32> m_uploadSpeeds;
+    // Names in one list of possible parents; 0 names none, and every client then gets every
+    // search straight from the server.
+    quint32 m_possibleParents = 10;
+    static constexpr quint32 c_maxPossibleParents = 1000;
 
     // False with a message for the user when the arguments are not usable; "--help" and
     // "--version" print and exit through the parser.

@@ -37,7 +37,8 @@ void UserDirectory::SendPrivileged(ClientConnection& i_client) const
 
 void UserDirectory::AppendStats(WireWriter& o_frame, QByteArray const& i_user) const
 {
-    o_frame.UserStats(m_accounts.UploadSpeed(i_user), m_options.m_sharedFiles.value(i_user));
+    quint32 const l_speed = m_accounts.UploadSpeed(i_user).value_or(m_options.m_uploadSpeeds.value(i_user));
+    o_frame.UserStats(l_speed, m_options.m_sharedFiles.value(i_user));
 }
 
 QByteArray UserDirectory::Country(QByteArray const& i_user) const

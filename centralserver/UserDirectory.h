@@ -20,7 +20,8 @@ public:
 
     bool IsPrivileged(QByteArray const& i_user) const;
     void SendPrivileged(ClientConnection& i_client) const;
-    // The user's statistics record: its reported upload speed and the files it is said to share.
+    // The user's statistics record: its upload speed, as reported or else as set for it, and
+    // the files it is said to share.
     void AppendStats(WireWriter& o_frame, QByteArray const& i_user) const;
     QByteArray Country(QByteArray const& i_user) const;
 

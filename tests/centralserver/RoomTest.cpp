@@ -95,9 +95,9 @@ TEST_F(RoomTest, AFlooderIsBoundedAndItsReadersStay)
     EXPECT_TRUE(lp_spammer->IsOpen());
 }
 
-// The most accounts, 100,000 unless set, countries and file counts are read; malformed ones are
-// refused, naming the option.
-TEST(ServerOptionsTest, AccountsCountriesAndFileCountsAreReadAndMalformedOnesRefused)
+// The most accounts, 100,000 unless set, countries, file counts, upload speeds and the length of a
+// list of possible parents, 10 unless set, are read; malformed ones are refused, naming the option.
+TEST(ServerOptionsTest, NumbersAndPairsAreReadAndMalformedOnesRefused)
 {
     QString l_error;
     auto const l_parse = [&](std::initializer_list<char const*> i_arguments, ServerOptions& o_options)
@@ -109,17 +109,25 @@ TEST(ServerOptionsTest, AccountsCountriesAndFileCountsAreReadAndMalformedOnesRef
     };
     ServerOptions l_options;
     EXPECT_EQ(l_options.m_maxAccounts, 100000u);
+    EXPECT_EQ(l_options.m_possibleParents, 10u);
     ASSERT_TRUE(l_parse({"--country", "alice=DE", "--country", "a=b=se", "--shared-files", "alice=12", "--shared-files",
-                            "alice=0", "--shared-files", "bob=4294967295", "--max-accounts", "0"},
+                            "alice=0", "--shared-files", "bob=4294967295", "--max-accounts", "0", "--upload-speed",
+                            "alice=300000", "--upload-speed", "bob=0", "--possible-parents", "0"},
         l_options))
         << l_error.toStdString();
     EXPECT_EQ(l_options.m_maxAccounts, 0u);
     EXPECT_EQ(l_options.m_countries, (QMap<QByteArray, QByteArray>{{"alice", "DE"}, {"a=b", "se"}}));
     EXPECT_EQ(l_options.m_sharedFiles, (QMap<QByteArray, quint32>{{"alice", 0}, {"bob", 4294967295u}}));
+    EXPECT_EQ(l_options.m_uploadSpeeds, (QMap<QByteArray, quint32>{{"alice", 300000}, {"bob", 0}}));
+    EXPECT_EQ(l_options.m_possibleParents, 0u);
+    ASSERT_TRUE(l_parse({"--possible-parents", "1000"}, l_options));
+    EXPECT_EQ(l_options.m_possibleParents, 1000u);
 
     for (auto [lp_option, lp_value] : {std::pair{"--country", "alice"}, {"--country", "=DE"}, {"--country", "alice="},
              {"--shared-files", "bob"}, {"--shared-files", "=5"}, {"--shared-files", "bob=-3"},
-             {"--shared-files", "bob=many"}, {"--shared-files", "bob=4294967296"}, {"--max-accounts", "many"}})
+             {"--shared-files", "bob=many"}, {"--shared-files", "bob=4294967296"}, {"--max-accounts", "many"},
+             {"--upload-speed", "bob"}, {"--upload-speed", "bob=fast"}, {"--upload-speed", "bob=4294967296"},
+             {"--possible-parents", "1001"}, {"--possible-parents", "-1"}, {"--possible-parents", "ten"}})
     {
         ServerOptions l_refused;
         EXPECT_FALSE(l_parse({lp_option, lp_value}, l_refused)) << lp_option << " " << lp_value;

@@ -69,6 +69,25 @@ TEST_F(SessionTest, UsersAreLookedUpTrackedAndReachedThroughTheirSessions)
     EXPECT_EQ(lp_bob->Ask(Body(7).Str("vip")), Body(7).Str("vip").U32(0).U8(1).Bytes());
 }
 
+// A speed set for a name is its speed in message 36, for itself and for others, until the name
+// reports its own, even a report of 0; names without one show 0.
+TEST_F(SessionTest, UploadSpeedSetForANameHoldsUntilItReportsOne)
+{
+    m_options.m_uploadSpeeds = {{"alice", 300000}, {"bob", 5}};
+    Restart();
+    auto lp_alice = LoggedIn("alice");
+    EXPECT_EQ(lp_alice->Ask(Body(36).Str("alice")), Body(36).Str("alice").Stats(300000).Bytes());
+    EXPECT_EQ(lp_alice->Ask(Body(36).Str("bob")), Body(36).Str("bob").Stats(5).Bytes());
+    EXPECT_EQ(lp_alice->Ask(Body(36).Str("carol")), Body(36).Str("carol").Stats(0).Bytes());
+
+    auto lp_bob = LoggedIn("bob");
+    lp_bob->Send(Body(121).U32(0));
+    lp_bob->Sync();
+    EXPECT_EQ(lp_alice->Ask(Body(36).Str("bob")), Body(36).Str("bob").Stats(0).Bytes());
+    lp_alice->Send(Body(121).U32(7000));
+    EXPECT_EQ(lp_alice->Ask(Body(36).Str("alice")), Body(36).Str("alice").Stats(7000).Bytes());
+}
+
 // New names stop at the most accounts allowed, with a refusal and a log line; known names still
 // log in.
 TEST_F(SessionTest, NewNamesAreRefusedOnceTheAccountsAreFull)

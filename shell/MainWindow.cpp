@@ -554,7 +554,7 @@ void MainWindow::CreateShareManagers()
 {
     // The search tree's manager first: the shares manager takes its search requests.
     auto* lp_dnet = new DNetManager();
-    connect(mp_server, &Server::DNetMessage, lp_dnet, &DNetManager::OnDNetMessage);
+    lp_dnet->Attach(mp_server, peerMessenger);
     new SharedFoldersManager();
 }
 

@@ -101,6 +101,7 @@ private:
     // The sockets taken over are watched by one of two sets of slots.
     void WatchParentSocket(QTcpSocket* ip_socket);
     void WatchChildSocket(QTcpSocket* ip_socket);
+    static void HoldWholeFrames(QTcpSocket* ip_socket);
     void Unwatch(QTcpSocket* ip_socket);
     void CloseAndDelete(QTcpSocket* ip_socket);
 

@@ -171,6 +171,7 @@ void DNetManager::DropChild(ItemPtr i_child)
 
 void DNetManager::WatchParentSocket(QTcpSocket* ip_socket)
 {
+    HoldWholeFrames(ip_socket);
     connect(ip_socket, &QTcpSocket::readyRead, this, &DNetManager::OnSocketReadyToRead);
     connect(ip_socket, &QTcpSocket::errorOccurred, this, &DNetManager::OnSocketError);
     connect(ip_socket, &QTcpSocket::disconnected, this, &DNetManager::OnSocketClosed);
@@ -178,9 +179,17 @@ void DNetManager::WatchParentSocket(QTcpSocket* ip_socket)
 
 void DNetManager::WatchChildSocket(QTcpSocket* ip_socket)
 {
+    HoldWholeFrames(ip_socket);
     connect(ip_socket, &QTcpSocket::readyRead, this, &DNetManager::OnChildSocketReadyToRead);
     connect(ip_socket, &QTcpSocket::errorOccurred, this, &DNetManager::OnChildSocketError);
     connect(ip_socket, &QTcpSocket::disconnected, this, &DNetManager::OnChildSocketClosed);
+}
+
+void DNetManager::HoldWholeFrames(QTcpSocket* ip_socket)
+{
+    // Frames stay in the socket until they are whole, so its buffer must hold the longest one
+    // with its length; a smaller buffer would stop reading before such a frame is complete.
+    ip_socket->setReadBufferSize(static_cast<qint64>(s_maxFrameLength) + 4);
 }
 
 void DNetManager::Unwatch(QTcpSocket* ip_socket)

@@ -56,6 +56,7 @@ TEST_F(DNetTest, ABadFrameClosesOnlyItsSocket)
     lp_dan->SendRaw(Framed({}));
     EXPECT_TRUE(lp_dan->WaitClosed());
     EXPECT_TRUE(Logged("1|Error reading message code, closing child connection"));
+    EXPECT_TRUE(Logged("1|Child socket closed"));
     lp_erin->SendRaw(Body(DNetManager::s_maxFrameLength + 1).Bytes());
     EXPECT_TRUE(lp_erin->WaitClosed());
     EXPECT_TRUE(Logged("1|Frame of 1048577 bytes announced on a child connection, above the bound of 1048576; closing it"));

@@ -64,8 +64,7 @@ TEST_F(DNetTest, FramesAlreadyInTheSocketAtTheHandOverAreRead)
 TEST_F(DNetTest, AfterParentLossOnlyUntriedNamesAreDialled)
 {
     LogIn();
-    ScriptedPeer l_dan;
-    std::unique_ptr<PeerLink> lp_dan = Child(l_dan, "dan");
+    std::unique_ptr<PeerLink> lp_dan = Child(m_dan, "dan");
     std::unique_ptr<PeerLink> lp_bob = Parent(m_bob, "bob", Framed(Level(4)));
     ASSERT_TRUE(lp_bob && lp_dan);
     EXPECT_EQ(Reports(3), (QByteArrayList{"level 5", "leader ", "has parent"}));

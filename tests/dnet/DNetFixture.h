@@ -16,7 +16,8 @@
 
 // Alice's server link, peer messenger and tree manager, wired as the main window wires them,
 // against a loopback central server. The other clients of the tree are played by hand: each a
-// ScriptedPeer that alice dials as a possible parent, or that dials alice as her child.
+// ScriptedPeer that alice dials as a possible parent (bob, carol), or that dials alice as her
+// child (dan, erin).
 class DNetTest : public ServerTest
 {
 protected:
@@ -147,6 +148,8 @@ protected:
 
     ScriptedPeer m_bob;
     ScriptedPeer m_carol;
+    ScriptedPeer m_dan;
+    ScriptedPeer m_erin;
     std::unique_ptr<PeerMessenger> mp_messenger;
     std::unique_ptr<DNetManager> mp_dnet;
     QByteArrayList m_lines; // "level|text" of the area of the tree

@@ -25,14 +25,12 @@ TEST_F(DNetTest, ABadFrameClosesOnlyItsSocket)
     LogIn();
     ScriptedPeer l_frank;
     ScriptedPeer l_gus;
-    ScriptedPeer l_dan;
-    ScriptedPeer l_erin;
     std::unique_ptr<PeerLink> lp_bob = Candidate(m_bob, "bob");
     std::unique_ptr<PeerLink> lp_carol = Candidate(m_carol, "carol");
     std::unique_ptr<PeerLink> lp_frank = Candidate(l_frank, "frank");
     std::unique_ptr<PeerLink> lp_gus = Candidate(l_gus, "gus");
-    std::unique_ptr<PeerLink> lp_dan = Child(l_dan, "dan");
-    std::unique_ptr<PeerLink> lp_erin = Child(l_erin, "erin");
+    std::unique_ptr<PeerLink> lp_dan = Child(m_dan, "dan");
+    std::unique_ptr<PeerLink> lp_erin = Child(m_erin, "erin");
     ASSERT_TRUE(lp_bob && lp_carol && lp_frank && lp_gus && lp_dan && lp_erin);
 
     lp_bob->SendRaw(Framed({}));

@@ -7,9 +7,7 @@
 TEST_F(DNetTest, ChildrenGetTheBytesAsReceivedAndTheLevelRebuilt)
 {
     LogIn();
-    ScriptedPeer l_dan;
-    ScriptedPeer l_erin;
-    std::unique_ptr<PeerLink> lp_dan = Child(l_dan, "dan");
+    std::unique_ptr<PeerLink> lp_dan = Child(m_dan, "dan");
     ASSERT_TRUE(lp_dan);
     EXPECT_TRUE(lp_dan->Next(300).isEmpty()); // neither level nor leader yet: nothing
 
@@ -19,7 +17,7 @@ TEST_F(DNetTest, ChildrenGetTheBytesAsReceivedAndTheLevelRebuilt)
     EXPECT_EQ(lp_dan->Next(), Level(5));
     EXPECT_EQ(lp_dan->Next(), Leader("root"));
     EXPECT_EQ(lp_dan->Next(), Search("sam", 1, "first"));
-    std::unique_ptr<PeerLink> lp_erin = Child(l_erin, "erin");
+    std::unique_ptr<PeerLink> lp_erin = Child(m_erin, "erin");
     ASSERT_TRUE(lp_erin);
     EXPECT_EQ(lp_erin->Next(), Level(5));
     EXPECT_EQ(lp_erin->Next(), Leader("root"));
@@ -56,9 +54,8 @@ TEST_F(DNetTest, ChildrenGetTheBytesAsReceivedAndTheLevelRebuilt)
 TEST_F(DNetTest, ASecondChildConnectionOfAUserReplacesTheFirst)
 {
     LogIn();
-    ScriptedPeer l_dan;
-    std::unique_ptr<PeerLink> lp_first = Child(l_dan, "dan");
-    std::unique_ptr<PeerLink> lp_second = Child(l_dan, "dan");
+    std::unique_ptr<PeerLink> lp_first = Child(m_dan, "dan");
+    std::unique_ptr<PeerLink> lp_second = Child(m_dan, "dan");
     ASSERT_TRUE(lp_first && lp_second);
     EXPECT_TRUE(lp_first->WaitClosed());
     EXPECT_TRUE(Logged("2|Child connection already found, closing old connection."));
@@ -72,15 +69,13 @@ TEST_F(DNetTest, ASecondChildConnectionOfAUserReplacesTheFirst)
 TEST_F(DNetTest, ChildDepthIsTheDeepestReportPlusOne)
 {
     LogIn();
-    ScriptedPeer l_dan;
-    ScriptedPeer l_erin;
-    std::unique_ptr<PeerLink> lp_dan = Child(l_dan, "dan", Framed(Depth(9)));
+    std::unique_ptr<PeerLink> lp_dan = Child(m_dan, "dan", Framed(Depth(9)));
     ASSERT_TRUE(lp_dan);
     EXPECT_EQ(Report(), "depth 1");
     EXPECT_EQ(Own("dnet_child_depth"), "10");
     EXPECT_TRUE(Logged("1|Received child depth 9 from dan"));
 
-    std::unique_ptr<PeerLink> lp_erin = Child(l_erin, "erin");
+    std::unique_ptr<PeerLink> lp_erin = Child(m_erin, "erin");
     ASSERT_TRUE(lp_erin);
     lp_erin->SendRaw(Framed(Depth(10)));
     EXPECT_EQ(Report(), "depth 1");
@@ -100,8 +95,7 @@ TEST_F(DNetTest, ChildDepthIsTheDeepestReportPlusOne)
 TEST_F(DNetTest, AChildThatStopsReadingIsDropped)
 {
     LogIn();
-    ScriptedPeer l_dan;
-    std::unique_ptr<PeerLink> lp_dan = Child(l_dan, "dan");
+    std::unique_ptr<PeerLink> lp_dan = Child(m_dan, "dan");
     std::unique_ptr<PeerLink> lp_bob = Parent(m_bob, "bob");
     ASSERT_TRUE(lp_dan && lp_bob);
     lp_dan->StopReading();

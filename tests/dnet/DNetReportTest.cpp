@@ -34,9 +34,8 @@ TEST_F(DNetTest, CanParentFollowsSpeedMinimumAndRatio)
     SendAndSettle(Body(84).U32(100));
     SetGlobal("upload_speed", Value(10 * 1024));
     EXPECT_EQ(Report(), "can parent 1");
-    ScriptedPeer l_dan;
     m_lines.clear();
-    ASSERT_TRUE(Child(l_dan, "dan"));
+    ASSERT_TRUE(Child(m_dan, "dan"));
     EXPECT_EQ(LinesWith("Determining"), 0);
     SetGlobal("upload_speed", Value(10 * 1024 + 1));
     EXPECT_EQ(Report(), "can parent 0");

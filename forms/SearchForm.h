@@ -1,0 +1,105 @@
+#pragma once
+
+#include <QPointer>
+#include <QStringList>
+#include <QTimer>
+#include <QWidget>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "forms/RemoteFile.h"
+#include "store/DataHandler.h"
+#include "store/ItemPtr.h"
+
+namespace Ui
+{
+class SearchForm;
+}
+class Item;
+class QElapsedTimer;
+class QLineEdit;
+class QTabWidget;
+class QTreeWidget;
+class SearchResultsForm;
+
+// The "Search" page: the line to type a search in, one tab of results per search, and the wish
+// list of searches that repeat by themselves. Each tab is tied to its searches by a
+// `search_results_widget` item keyed by the tab's address, and each row to what it shows by a
+// node item keyed by the row's address.
+class SearchForm : public QWidget, public DataHandler
+{
+    Q_OBJECT
+public:
+    // The longest run of rows one turn of the event loop adds; a larger message goes on in the
+    // turns after.
+    static constexpr int s_sliceMilliseconds = 20;
+
+    explicit SearchForm(QWidget* ip_parent = nullptr);
+    ~SearchForm() override;
+
+    // After the data file is loaded: types, actions, signals and the saved wish list.
+    void Init();
+
+    QLineEdit* SearchEdit() const;
+    QTabWidget* TabControl() const;
+    QTreeWidget* WishList() const;
+    // The tab showing the search with this ticket; null when there is none.
+    static SearchResultsForm* FormOfRequest(unsigned int i_req);
+    // Results still waiting for their rows, in messages.
+    std::size_t PendingMessages() const { return m_pending.size(); }
+
+    // The files the download action would fetch from the current tab's selection:
+    // `download_search_results_file` or `download_search_results_folder`.
+    std::vector<RemoteFile> Downloads(std::string const& i_action) const;
+
+    void OnWishListItemAdded(Item* ip_item);
+    void OnWishListItemRemoved(Item* ip_item);
+
+public slots:
+    void OnSearchRequest(unsigned int i_req, std::string const& i_search, bool i_wishListSearch);
+    void OnSearchEntered();
+    void OnTabCloseRequested(int i_tabIndex);
+    void OnActionBarTriggered(std::string i_action);
+    void OnUserSearchResults(ItemPtr i_searchResults);
+    void OnSearchResultsContextMenuRequested(QPoint const& i_point);
+    void OnFilterTextChanged(QString i_text);
+    void OnWishListItemCheckStateChanged(int i_state);
+
+protected:
+    bool eventFilter(QObject* ip_watched, QEvent* ip_event) override;
+
+private:
+    // One message of results whose rows are not all made yet.
+    struct Pending
+    {
+        QPointer<SearchResultsForm> mp_form;
+        Item* mp_results;
+        std::vector<Item*> m_results;
+        std::size_t m_next = 0;
+    };
+
+    void DeclareTypes();
+    void DeclareActions();
+    void SetUpWishList();
+    void SetUpKeys();
+    SearchResultsForm* CreateSearchForm(unsigned int i_req, std::string const& i_search, bool i_wishList);
+    // Makes rows until all of the message are made or the slice is used up; true when done.
+    bool AddRows(Pending& io_pending, QElapsedTimer const& i_slice);
+    void OnSearchResult(ItemPtr i_widget, ItemPtr i_result, SearchResultsForm* ip_form, QStringList const& i_terms);
+    void OnNextSlice();
+    void FinishMessage(SearchResultsForm* ip_form);
+    void OnSearchResultsRemoved(Item* ip_results);
+    SearchResultsForm* CurrentForm() const;
+    SearchResultsForm* KeyedForm() const;
+    void Expand(SearchResultsForm* ip_form, char const* i_type, QString const& i_text);
+    void Order(SearchResultsForm* ip_form, int i_column);
+    void ToggleWishList(SearchResultsForm* ip_form);
+    void SetAllWishListBoxes(bool i_checked);
+    void RemoveSelectedWishListItems();
+
+    std::unique_ptr<Ui::SearchForm> mp_ui;
+    std::deque<Pending> m_pending;
+    QTimer m_sliceTimer;
+};

@@ -10,6 +10,7 @@
 #include "forms/SearchResultsForm.h"
 #include "forms/UserMenuOptions.h"
 #include "server/Server.h"
+#include "server/ServerSchema.h"
 #include "peer/PeerMessenger.h"
 #include "shell/ActionSetToolBar.h"
 #include "shell/EventToolBar.h"
@@ -75,27 +76,28 @@ void SearchForm::Init()
 
 void SearchForm::DeclareTypes()
 {
-    Type* lp_widget = d.NewType("search_results_widget", true, false, true);
-    Type* lp_expandFolders = d.NewType("expand_folders", false, false, true);
-    Type* lp_expandUsers = d.NewType("expand_users", false, false, true);
-    Type* lp_userNode = d.NewType("search_results_user_node", false, false, true);
-    Type* lp_folderNode = d.NewType("search_results_folder_node", false, false, true);
-    Type* lp_resultNode = d.NewType("search_result_node", false, false, true);
-    Type* lp_wishNode = d.NewType("wish_list_node", true, false, true);
-    Type* lp_checkbox = d.NewType("wish_list_node_checkbox", true, false, true);
+    d.NewType("search_results_widget", true, false, true);
+    d.NewType("expand_folders", false, false, true);
+    d.NewType("expand_users", false, false, true);
+    d.NewType("search_results_user_node", false, false, true);
+    d.NewType("search_results_folder_node", false, false, true);
+    d.NewType("search_result_node", false, false, true);
+    d.NewType("wish_list_node", true, false, true);
+    d.NewType("wish_list_node_checkbox", true, false, true);
 
-    lp_widget->RelateToType(d.GetType("search_request"), Many, One, false);
-    lp_widget->RelateToType(d.GetType("wish_list_item"), One, One, false);
-    lp_widget->RelateToType(lp_expandFolders, One, Many, false);
-    lp_widget->RelateToType(lp_expandUsers, One, Many, false);
-    lp_widget->RelateToType(lp_userNode, Many, One, true);
-    lp_userNode->RelateToType(d.GetType("user"), One, Many, false);
-    lp_userNode->RelateToType(lp_folderNode, Many, One, true);
-    lp_folderNode->RelateToType(d.GetType("search_result_file_folder"), One, Many, false);
-    lp_resultNode->RelateToType(d.GetType("search_result"), One, One, false);
-    lp_resultNode->RelateToType(lp_folderNode, One, Many, false);
-    d.GetType("wish_list_item")->RelateToType(lp_wishNode, One, One, false);
-    lp_wishNode->RelateToType(lp_checkbox, One, One, false);
+    // As (left, right, what a left item holds, what a right item holds, owning).
+    RelateOnceByName("search_results_widget", "search_request", Many, One, false);
+    RelateOnceByName("search_results_widget", "wish_list_item", One, One, false);
+    RelateOnceByName("search_results_widget", "expand_folders", One, Many, false);
+    RelateOnceByName("search_results_widget", "expand_users", One, Many, false);
+    RelateOnceByName("search_results_widget", "search_results_user_node", Many, One, true);
+    RelateOnceByName("search_results_user_node", "user", One, Many, false);
+    RelateOnceByName("search_results_user_node", "search_results_folder_node", Many, One, true);
+    RelateOnceByName("search_results_folder_node", "search_result_file_folder", One, Many, false);
+    RelateOnceByName("search_result_node", "search_result", One, One, false);
+    RelateOnceByName("search_result_node", "search_results_folder_node", One, Many, false);
+    RelateOnceByName("wish_list_item", "wish_list_node", One, One, false);
+    RelateOnceByName("wish_list_node", "wish_list_node_checkbox", One, One, false);
 
     ListenItemRemoved("wish_list_item", &SearchForm::OnWishListItemRemoved);
     ListenItemRemoved("search_results", &SearchForm::OnSearchResultsRemoved);

@@ -1,6 +1,8 @@
 // The results side of the search page: rows made from the messages of results, a slice of
 // rows per turn of the event loop, and the filter.
 #include <QElapsedTimer>
+#include <algorithm>
+#include <utility>
 #include <QLineEdit>
 #include <QTabWidget>
 #include <QTreeWidget>
@@ -50,6 +52,13 @@ void SearchForm::OnUserSearchResults(ItemPtr i_searchResults)
 
     ItemSet const l_results = i_searchResults.GetItems("search_result");
     Pending l_pending{lp_form, i_searchResults.Get(), std::vector<Item*>(l_results.begin(), l_results.end())};
+    // By folder and name rather than by address, so that the folders of one message come in
+    // the same order every time.
+    std::sort(l_pending.m_results.begin(), l_pending.m_results.end(), [](Item* ip_a, Item* ip_b) {
+        ItemPtr const l_a(ip_a), l_b(ip_b);
+        return std::pair(l_a["search_result_file_folder"]->AsView(), l_a["search_result_file_name"]->AsView()) <
+               std::pair(l_b["search_result_file_folder"]->AsView(), l_b["search_result_file_name"]->AsView());
+    });
     // Behind the messages still waiting, so that a user's first message makes its row.
     if (m_pending.empty())
     {

@@ -60,7 +60,8 @@ bool SearchResultListItem::operator<(QTreeWidgetItem const& i_other) const
     }
     else if (l_column == SpeedColumn && m_speedTenths != l_other.m_speedTenths)
         return m_speedTenths < l_other.m_speedTenths;
-    // Reversed, so that the descending sort lists files alphabetically; folders have no file
-    // name and keep the order they came in.
-    return l_other.m_file < m_file;
+    // Reversed, so that the descending sort lists files alphabetically, case aside; folders
+    // have no file name and keep the order they came in.
+    int const l_order = l_other.m_file.compare(m_file, Qt::CaseInsensitive);
+    return l_order != 0 ? l_order < 0 : l_other.m_file < m_file;
 }

@@ -34,9 +34,13 @@ QString WidgetKey(SearchResultsForm* ip_form)
 SearchForm::SearchForm(QWidget* ip_parent) : QWidget(ip_parent), mp_ui(std::make_unique<Ui::SearchForm>())
 {
     mp_ui->setupUi(this);
+    // Both fire at the next turn of the event loop.
     m_sliceTimer.setSingleShot(true);
     m_sliceTimer.setInterval(0);
     connect(&m_sliceTimer, &QTimer::timeout, this, &SearchForm::OnNextSlice);
+    m_turnEndTimer.setSingleShot(true);
+    m_turnEndTimer.setInterval(0);
+    connect(&m_turnEndTimer, &QTimer::timeout, this, [this] { m_turnClock.invalidate(); });
 }
 
 SearchForm::~SearchForm() = default;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QStringList>
 #include <QTimer>
@@ -18,7 +19,6 @@ namespace Ui
 class SearchForm;
 }
 class Item;
-class QElapsedTimer;
 class QLineEdit;
 class QTabWidget;
 class QTreeWidget;
@@ -32,8 +32,9 @@ class SearchForm : public QWidget, public DataHandler
 {
     Q_OBJECT
 public:
-    // The longest run of rows one turn of the event loop adds; a larger message goes on in the
-    // turns after.
+    // How long one turn of the event loop may spend on results before the rest waits for the
+    // next turn: a peer may send thousands of records in one message, and many messages
+    // arrive in one turn.
     static constexpr int s_sliceMilliseconds = 20;
 
     explicit SearchForm(QWidget* ip_parent = nullptr);
@@ -85,9 +86,11 @@ private:
     void SetUpWishList();
     void SetUpKeys();
     SearchResultsForm* CreateSearchForm(unsigned int i_req, std::string const& i_search, bool i_wishList);
-    // Makes rows until all of the message are made or the slice is used up; true when done.
-    bool AddRows(Pending& io_pending, QElapsedTimer const& i_slice);
+    // Makes rows until all of the message are made or the turn's time is used up; true when done.
+    bool AddRows(Pending& io_pending);
     void OnSearchResult(ItemPtr i_widget, ItemPtr i_result, SearchResultsForm* ip_form, QStringList const& i_terms);
+    void StartTurn();
+    void RunSlices();
     void OnNextSlice();
     void FinishMessage(SearchResultsForm* ip_form);
     void OnSearchResultsRemoved(Item* ip_results);
@@ -101,5 +104,8 @@ private:
 
     std::unique_ptr<Ui::SearchForm> mp_ui;
     std::deque<Pending> m_pending;
+    // Time spent on results in this turn of the event loop; invalid once the turn is over.
+    QElapsedTimer m_turnClock;
+    QTimer m_turnEndTimer;
     QTimer m_sliceTimer;
 };

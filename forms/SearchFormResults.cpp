@@ -1,6 +1,5 @@
 // The results side of the search page: rows made from the messages of results, a slice of
 // rows per turn of the event loop, and the filter.
-#include <QElapsedTimer>
 #include <algorithm>
 #include <utility>
 #include <QLineEdit>
@@ -60,33 +59,38 @@ void SearchForm::OnUserSearchResults(ItemPtr i_searchResults)
                std::pair(l_b["search_result_file_folder"]->AsView(), l_b["search_result_file_name"]->AsView());
     });
     // Behind the messages still waiting, so that a user's first message makes its row.
-    if (m_pending.empty())
-    {
-        QElapsedTimer l_slice;
-        l_slice.start();
-        if (AddRows(l_pending, l_slice))
-        {
-            FinishMessage(lp_form);
-            return;
-        }
-    }
     m_pending.push_back(std::move(l_pending));
-    m_sliceTimer.start();
+    if (m_sliceTimer.isActive())
+        return;
+    if (!m_turnClock.isValid())
+        StartTurn();
+    RunSlices();
+}
+
+void SearchForm::StartTurn()
+{
+    m_turnClock.start();
+    m_turnEndTimer.start();
 }
 
 void SearchForm::OnNextSlice()
 {
-    QElapsedTimer l_slice;
-    l_slice.start();
-    while (!m_pending.empty() && l_slice.elapsed() < s_sliceMilliseconds)
+    StartTurn();
+    RunSlices();
+}
+
+void SearchForm::RunSlices()
+{
+    while (!m_pending.empty() && m_turnClock.elapsed() < s_sliceMilliseconds)
     {
         Pending& l_pending = m_pending.front();
-        if (!l_pending.mp_form || !AddRows(l_pending, l_slice))
+        if (!l_pending.mp_form)
         {
-            if (!l_pending.mp_form)
-                m_pending.pop_front();
+            m_pending.pop_front();
             continue;
         }
+        if (!AddRows(l_pending))
+            break;
         SearchResultsForm* lp_form = l_pending.mp_form;
         m_pending.pop_front();
         FinishMessage(lp_form);
@@ -95,14 +99,14 @@ void SearchForm::OnNextSlice()
         m_sliceTimer.start();
 }
 
-bool SearchForm::AddRows(Pending& io_pending, QElapsedTimer const& i_slice)
+bool SearchForm::AddRows(Pending& io_pending)
 {
     ItemPtr const l_widget = d.GetType("search_results_widget")->HasItem(Value(static_cast<QWidget*>(io_pending.mp_form.data())));
     QStringList const l_terms = SearchResultsForm::FilterTerms(io_pending.mp_form->filterEdit()->text());
     while (io_pending.m_next < io_pending.m_results.size())
     {
         OnSearchResult(l_widget, io_pending.m_results[io_pending.m_next++], io_pending.mp_form, l_terms);
-        if (io_pending.m_next % g_rowsPerClockLook == 0 && i_slice.elapsed() >= s_sliceMilliseconds)
+        if (io_pending.m_next % g_rowsPerClockLook == 0 && m_turnClock.elapsed() >= s_sliceMilliseconds)
             break;
     }
     return io_pending.m_next == io_pending.m_results.size();

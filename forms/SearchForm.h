@@ -77,7 +77,7 @@ private:
     {
         QPointer<SearchResultsForm> mp_form;
         Item* mp_results;
-        std::vector<Item*> m_results;
+        std::vector<Item*> m_results; // filled when the first row is made
         std::size_t m_next = 0;
     };
 
@@ -86,6 +86,8 @@ private:
     void SetUpWishList();
     void SetUpKeys();
     SearchResultsForm* CreateSearchForm(unsigned int i_req, std::string const& i_search, bool i_wishList);
+    // The message's results in the order their rows are made.
+    static void SortedResults(Pending& io_pending);
     // Makes rows until all of the message are made or the turn's time is used up; true when done.
     bool AddRows(Pending& io_pending);
     void OnSearchResult(ItemPtr i_widget, ItemPtr i_result, SearchResultsForm* ip_form, QStringList const& i_terms);

@@ -1,7 +1,8 @@
 // The results side of the search page: rows made from the messages of results, a slice of
 // rows per turn of the event loop, and the filter.
 #include <algorithm>
-#include <utility>
+#include <string_view>
+#include <tuple>
 #include <QLineEdit>
 #include <QTabWidget>
 #include <QTreeWidget>
@@ -49,15 +50,7 @@ void SearchForm::OnUserSearchResults(ItemPtr i_searchResults)
             return;
     }
 
-    ItemSet const l_results = i_searchResults.GetItems("search_result");
-    Pending l_pending{lp_form, i_searchResults.Get(), std::vector<Item*>(l_results.begin(), l_results.end())};
-    // By folder and name rather than by address, so that the folders of one message come in
-    // the same order every time.
-    std::sort(l_pending.m_results.begin(), l_pending.m_results.end(), [](Item* ip_a, Item* ip_b) {
-        ItemPtr const l_a(ip_a), l_b(ip_b);
-        return std::pair(l_a["search_result_file_folder"]->AsView(), l_a["search_result_file_name"]->AsView()) <
-               std::pair(l_b["search_result_file_folder"]->AsView(), l_b["search_result_file_name"]->AsView());
-    });
+    Pending l_pending{lp_form, i_searchResults.Get(), {}};
     // Behind the messages still waiting, so that a user's first message makes its row.
     m_pending.push_back(std::move(l_pending));
     if (m_sliceTimer.isActive())
@@ -101,6 +94,8 @@ void SearchForm::RunSlices()
 
 bool SearchForm::AddRows(Pending& io_pending)
 {
+    if (io_pending.m_next == 0 && io_pending.m_results.empty())
+        SortedResults(io_pending);
     ItemPtr const l_widget = d.GetType("search_results_widget")->HasItem(Value(static_cast<QWidget*>(io_pending.mp_form.data())));
     QStringList const l_terms = SearchResultsForm::FilterTerms(io_pending.mp_form->filterEdit()->text());
     while (io_pending.m_next < io_pending.m_results.size())
@@ -110,6 +105,26 @@ bool SearchForm::AddRows(Pending& io_pending)
             break;
     }
     return io_pending.m_next == io_pending.m_results.size();
+}
+
+void SearchForm::SortedResults(Pending& io_pending)
+{
+    // By folder and name rather than by address, so that the folders of one message come in
+    // the same order every time.
+    Type* lp_folderType = d.GetType("search_result_file_folder");
+    Type* lp_nameType = d.GetType("search_result_file_name");
+    std::vector<std::tuple<std::string_view, std::string_view, Item*>> l_keyed;
+    for (Item* lp_result : io_pending.mp_results->ConnectedOfType(d.GetType("search_result")))
+    {
+        Item* lp_folder = lp_result->GetItem(lp_folderType);
+        Item* lp_name = lp_result->GetItem(lp_nameType);
+        l_keyed.emplace_back(lp_folder ? lp_folder->AsView() : std::string_view(),
+                             lp_name ? lp_name->AsView() : std::string_view(), lp_result);
+    }
+    std::sort(l_keyed.begin(), l_keyed.end());
+    io_pending.m_results.reserve(l_keyed.size());
+    for (auto const& l_entry : l_keyed)
+        io_pending.m_results.push_back(std::get<2>(l_entry));
 }
 
 void SearchForm::FinishMessage(SearchResultsForm* ip_form)

@@ -413,3 +413,49 @@ TEST_F(SearchFormTest, WishListSearcherTakesEnabledItemsInTurnAtTheServersPeriod
     EXPECT_TRUE(lp_log->toPlainText().contains(S("Wish list wait period set to 2000 milliseconds")));
     EXPECT_TRUE(lp_log->toPlainText().contains(S("Sent wish list search: C")));
 }
+
+TEST_F(SearchFormTest, AMessageTooLargeForOneTurnEndsWholeAndSortedOrGoesWithItsTab)
+{
+    QList<Found> l_many;
+    for (int l_file = 7999; l_file >= 0; --l_file)
+        l_many << Found(QByteArray("big\\f" + QByteArray::number(l_file).rightJustified(4, '0') + ".mp3").constData());
+    quint32 const l_kept = Search("kept");
+    Answer("ann", l_kept, l_many);
+    Answer("bob", l_kept, {{"small\\after.mp3"}}, {true, 0, 0});
+    ASSERT_TRUE(WaitFor([&] { return mp_search->PendingMessages() > 0; }));
+    ASSERT_TRUE(WaitFiles(0, 8001));
+    EXPECT_EQ(mp_search->PendingMessages(), 0u);
+    // Sorted after the last slice: bob, free, above ann, and the files by name.
+    EXPECT_EQ(Tree(0)->topLevelItem(0)->text(0), S("bob"));
+    QTreeWidgetItem* lp_big = Tree(0)->topLevelItem(1)->child(0);
+    EXPECT_EQ((QStringList{lp_big->child(0)->text(4), lp_big->child(7999)->text(4)}), L({"f0000.mp3", "f7999.mp3"}));
+    mp_search->OnTabCloseRequested(0);
+
+    std::size_t const l_results = Count("search_result");
+    quint32 const l_closed = Search("closed");
+    Answer("ann", l_closed, l_many);
+    ASSERT_TRUE(WaitFor([&] { return mp_search->PendingMessages() > 0; }));
+    mp_search->OnTabCloseRequested(0);
+    EXPECT_EQ(mp_search->PendingMessages(), 0u);
+    QTest::qWait(50);
+    EXPECT_EQ(mp_tabs->count(), 0);
+    EXPECT_EQ(Count("search_result"), l_results);
+    EXPECT_EQ(Count("search_result_node"), 0u);
+}
+
+TEST_F(SearchFormTest, KeysMoveBetweenLinesAndAMiddleClickClosesATab)
+{
+    Search("one");
+    Search("two");
+    QTest::keyClick(Tree(1), Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::focusWidget(), Form(1)->filterEdit());
+    QTest::keyClick(Form(1)->filterEdit(), Qt::Key_L, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::focusWidget(), mp_search->SearchEdit());
+
+    QTabBar* lp_bar = mp_tabs->tabBar();
+    QTest::mouseClick(lp_bar, Qt::LeftButton, {}, lp_bar->tabRect(0).center());
+    EXPECT_EQ(mp_tabs->count(), 2);
+    QTest::mouseClick(lp_bar, Qt::MiddleButton, {}, lp_bar->tabRect(0).center());
+    ASSERT_EQ(mp_tabs->count(), 1);
+    EXPECT_EQ(mp_tabs->tabText(0), S("two"));
+}

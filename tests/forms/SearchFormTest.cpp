@@ -160,34 +160,37 @@ TEST_F(SearchFormTest, RowsShowTheirColumnsAndBothOrdersRankUsers)
                                 "Add to Wishlist"}));
 
     Answer("bob", l_ticket, {{"share\\b.mp3"}}, {false, 0, 3});
-    Answer("cal", l_ticket, {{"share\\c.mp3"}}, {false, 300000, 1});
+    Answer("cal", l_ticket, {{"share\\c.mp3"}}, {false, 9216, 1});
+    Answer("dan", l_ticket, {{"share\\d.mp3"}});
     Answer("ann", l_ticket,
            {{"music\\rock\\zeta.mp3", 3221225472ull, {{0, 192}, {2, 1}, {1, 125}}}, {"music\\rock\\alpha.mp3", 999}},
-           {true, 2048, 7});
-    ASSERT_TRUE(WaitFiles(0, 4));
-    // A user's later message changes nothing of its row.
-    Answer("ann", l_ticket, {{"music\\x.mp3"}}, {false, 900000, 50});
+           {true, 10240, 7});
     ASSERT_TRUE(WaitFiles(0, 5));
+    // A user's later message changes nothing of its row.
+    Answer("ann", l_ticket, {{"music\\x.mp3"}}, {false, 0, 50});
+    ASSERT_TRUE(WaitFiles(0, 6));
 
+    // Free first, then the shorter queue, an empty one too.
     QTreeWidgetItem* lp_ann = lp_tree->topLevelItem(0);
-    EXPECT_EQ(Shape(lp_tree), L({"ann", " rock/music", "  alpha.mp3", "  zeta.mp3", " music", "  x.mp3", "cal", " share",
-                                 "  c.mp3", "bob", " share", "  b.mp3"}));
+    EXPECT_EQ(Shape(lp_tree), L({"ann", " rock/music", "  alpha.mp3", "  zeta.mp3", " music", "  x.mp3", "dan", " share",
+                                 "  d.mp3", "cal", " share", "  c.mp3", "bob", " share", "  b.mp3"}));
     EXPECT_EQ(lp_ann->text(1), S("Y"));
     EXPECT_EQ(lp_ann->textAlignment(1), int(Qt::AlignCenter));
-    EXPECT_EQ(lp_ann->text(2), S("2.0"));
-    EXPECT_EQ(lp_tree->topLevelItem(1)->text(1), S("1"));
-    EXPECT_EQ(lp_tree->topLevelItem(1)->text(2), S("293.0"));
-    EXPECT_EQ(lp_tree->topLevelItem(2)->text(2), QString());
+    EXPECT_EQ(lp_ann->text(2), S("10.0"));
+    EXPECT_EQ(lp_tree->topLevelItem(1)->text(1), S("0"));
+    EXPECT_EQ(lp_tree->topLevelItem(1)->text(2), QString());
+    EXPECT_EQ(lp_tree->topLevelItem(2)->text(2), S("9.0"));
     QTreeWidgetItem* lp_zeta = lp_ann->child(0)->child(1);
     EXPECT_EQ((QStringList{lp_zeta->text(4), lp_zeta->text(5), lp_zeta->text(6)}),
               L({"zeta.mp3", "3,221,225,472", "192 VBR, 2m5s"}));
-    EXPECT_EQ(mp_tabs->tabToolTip(0), S("3 users, 5 files"));
+    EXPECT_EQ(mp_tabs->tabToolTip(0), S("4 users, 6 files"));
 
     ASSERT_TRUE(Trigger(S("Order by Fastest")));
     EXPECT_EQ(ActionTexts().mid(0, 2), L({"Order by Available", "Order by Fastest [on]"}));
-    EXPECT_EQ(Shape(lp_tree).filter(QRegularExpression(S("^\\w"))), L({"cal", "ann", "bob"}));
+    // Speeds as numbers, 10.0 above 9.0; equal ones keep their places.
+    EXPECT_EQ(Shape(lp_tree).filter(QRegularExpression(S("^\\w"))), L({"ann", "cal", "dan", "bob"}));
     ASSERT_TRUE(Trigger(S("Order by Available")));
-    EXPECT_EQ(Shape(lp_tree).filter(QRegularExpression(S("^\\w"))), L({"ann", "cal", "bob"}));
+    EXPECT_EQ(Shape(lp_tree).filter(QRegularExpression(S("^\\w"))), L({"ann", "dan", "cal", "bob"}));
 
     ASSERT_TRUE(Trigger(S("Expand Folders [on]")));
     EXPECT_FALSE(lp_ann->child(0)->isExpanded());
@@ -447,6 +450,11 @@ TEST_F(SearchFormTest, KeysMoveBetweenLinesAndAMiddleClickClosesATab)
 {
     Search("one");
     Search("two");
+    // An empty line is a search like any other.
+    Search("");
+    EXPECT_EQ(mp_tabs->tabText(2), QString());
+    mp_search->OnTabCloseRequested(2);
+    Tree(1)->setFocus();
     QTest::keyClick(Tree(1), Qt::Key_F, Qt::ControlModifier);
     EXPECT_EQ(QApplication::focusWidget(), Form(1)->filterEdit());
     QTest::keyClick(Form(1)->filterEdit(), Qt::Key_L, Qt::ControlModifier);

@@ -1,11 +1,11 @@
 // The results side of the search page: rows made from the messages of results, a slice of
 // rows per turn of the event loop, and the filter.
-#include <algorithm>
-#include <string_view>
-#include <tuple>
 #include <QLineEdit>
 #include <QTabWidget>
 #include <QTreeWidget>
+#include <algorithm>
+#include <string_view>
+#include <tuple>
 
 #include "forms/SearchForm.h"
 #include "forms/SearchResultListItem.h"
@@ -50,9 +50,8 @@ void SearchForm::OnUserSearchResults(ItemPtr i_searchResults)
             return;
     }
 
-    Pending l_pending{lp_form, i_searchResults.Get(), {}};
     // Behind the messages still waiting, so that a user's first message makes its row.
-    m_pending.push_back(std::move(l_pending));
+    m_pending.push_back({lp_form, i_searchResults.Get(), {}});
     if (m_sliceTimer.isActive())
         return;
     if (!m_turnClock.isValid())

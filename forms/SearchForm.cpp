@@ -1,6 +1,5 @@
 #include "forms/SearchForm.h"
 
-#include <QHeaderView>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QShortcut>
@@ -9,9 +8,9 @@
 #include "forms/SearchResultListItem.h"
 #include "forms/SearchResultsForm.h"
 #include "forms/UserMenuOptions.h"
+#include "peer/PeerMessenger.h"
 #include "server/Server.h"
 #include "server/ServerSchema.h"
-#include "peer/PeerMessenger.h"
 #include "shell/ActionSetToolBar.h"
 #include "shell/EventToolBar.h"
 #include "shell/FocusWidget.h"

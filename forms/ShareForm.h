@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "forms/RemoteFile.h"
+
 namespace Ui
 {
 class ShareForm;
@@ -14,17 +16,7 @@ class Item;
 class QTreeWidgetItem;
 class Type;
 
-// One file to fetch from a browsed share: the owner, the bare name, the folder exactly as the
-// owner sent it (with its backslashes), and the size in bytes.
-struct ShareDownload
-{
-    std::string m_user;
-    std::string m_name;
-    std::string m_folder;
-    long long m_size = 0;
-
-    bool operator==(ShareDownload const&) const = default;
-};
+using ShareDownload = RemoteFile;
 
 // One tab of the Shares page: the folder tree of one user's received share, the files of the
 // current folder beside it, and a filter line under both. The tab is tied to its share by a

@@ -21,9 +21,11 @@
 #include "forms/ChangeUsernamePasswordDialog.h"
 #include "forms/QRoomListItemWidget.h"
 #include "forms/RoomForm.h"
+#include "forms/SearchForm.h"
 #include "forms/SharedFilesRescannedDialog.h"
 #include "forms/SharesForm.h"
 #include "forms/UserListForm.h"
+#include "forms/WishListSearcher.h"
 #include "portforward/PortForwarder.h"
 #include "server/Server.h"
 #include "shares/SharedFoldersManager.h"
@@ -103,6 +105,9 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     auto* lp_sharesForm = new SharesForm(mp_ui->sharesTab);
     mp_ui->sharesTabLayout->addWidget(lp_sharesForm);
     lp_sharesForm->Init();
+    mp_searchForm = new SearchForm(mp_ui->searchTab);
+    mp_ui->searchTabLayout->addWidget(mp_searchForm);
+    new WishListSearcher();
 
     addToolBarBreak(Qt::TopToolBarArea);
     addToolBar(Qt::TopToolBarArea, new EventToolBar(this));
@@ -139,6 +144,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     new PathNode(lp_newPort, "global_value", TriggerConnected);
     ListenPath(lp_newPort, &MainWindow::OnNewListeningPortChanged);
 
+    mp_searchForm->Init();
     mp_userListForm->Init();
 
     connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, this, &MainWindow::EveryFiveMinutes);
@@ -168,6 +174,7 @@ MainWindow::~MainWindow()
     mp_server->Disconnect();
     d.RemoveDisconnectedItems();
     dataSaver->Save(&d, DataFileName().c_str());
+    delete wishListSearcher;
     delete sharedFoldersManager;
     delete dnetManager;
     delete peerMessenger;

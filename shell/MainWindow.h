@@ -24,6 +24,7 @@ class QLabel;
 class QProgressBar;
 class QTreeWidgetItem;
 class RoomForm;
+class SearchForm;
 class Server;
 class UserListForm;
 
@@ -39,6 +40,7 @@ public:
     static std::string DataFileName();
     Ui::MainWindow* Widgets() { return mp_ui.get(); }
     UserListForm* UserList() { return mp_userListForm; }
+    SearchForm* Search() { return mp_searchForm; }
 
     QWidget* DialogParent() override { return this; }
 
@@ -108,6 +110,7 @@ private:
     std::unique_ptr<Ui::MainWindow> mp_ui;
     Server* mp_server = nullptr;
     UserListForm* mp_userListForm = nullptr;
+    SearchForm* mp_searchForm = nullptr;
     // Room list rows by the exact bytes of the room's name; rows never go away.
     QHash<QByteArray, QTreeWidgetItem*> m_roomRows;
     QLabel* mp_statusShareLabel = nullptr;

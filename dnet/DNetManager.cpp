@@ -66,6 +66,12 @@ DNetManager::~DNetManager()
             Unwatch(lp_socket);
             delete lp_socket;
         }
+    for (auto& [l_user, lp_socket] : m_standbyChildren)
+        if (lp_socket)
+        {
+            Unwatch(lp_socket);
+            delete lp_socket;
+        }
     if (auto* lp_parent = GetDNetValue("dnet_parent_socket").AsPointer<QTcpSocket>())
     {
         Unwatch(lp_parent);

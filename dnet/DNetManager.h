@@ -2,9 +2,12 @@
 
 #include <QAbstractSocket>
 #include <QObject>
+#include <QPointer>
+#include <QTcpSocket>
 
 #include <cstdint>
 #include <list>
+#include <map>
 #include <string>
 #include <utility>
 
@@ -40,6 +43,8 @@ public:
 
     // The server's and the peer layer's signals; both must outlive this manager.
     void Attach(Server* ip_server, PeerMessenger* ip_messenger);
+    // How long a replaced child connection is kept in reserve.
+    void SetChildStandbyMs(int i_ms) { m_childStandbyMs = i_ms; }
 
 public slots:
     void OnDNetParentMinSpeed(int i_speed);
@@ -104,6 +109,13 @@ private:
     static void HoldWholeFrames(QTcpSocket* ip_socket);
     void Unwatch(QTcpSocket* ip_socket);
     void CloseAndDelete(QTcpSocket* ip_socket);
+    // A child's connection replaced by a second one of the same user is kept open, unused, for
+    // a while. When a child dials and is dialled back at once, both sockets reach this side,
+    // and the later one is often the one the child closes as the loser of that race; the
+    // former connection then takes its place again.
+    void KeepInStandby(std::string const& i_user, QTcpSocket* ip_socket);
+    bool ReinstateStandby(std::string const& i_user);
+    void SendStateToChild(QTcpSocket* ip_socket);
 
     Server* mp_server = nullptr;
     PeerMessenger* mp_messenger = nullptr;
@@ -111,6 +123,8 @@ private:
     int m_speedConnectionRatio = -1;
     bool m_canParent = false;
     MemStream m_readStream;
+    std::map<std::string, QPointer<QTcpSocket>> m_standbyChildren;
+    int m_childStandbyMs = 10000;
 };
 
 extern DNetManager* dnetManager;

@@ -3,6 +3,7 @@
 #include "dnet/DNetManager.h"
 
 #include <QTcpSocket>
+#include <QTimer>
 #include <QtEndian>
 
 #include <algorithm>
@@ -27,20 +28,65 @@ void DNetManager::OnDNetConnectionRequested(std::string const& i_user, QTcpSocke
         DNetLog(2, QStringLiteral("Child connection already found, closing old connection."));
         auto* lp_oldSocket = l_old.AsPointer<QTcpSocket>();
         l_old.Remove();
-        CloseAndDelete(lp_oldSocket);
+        KeepInStandby(i_user, lp_oldSocket);
     }
     ItemPtr const l_child = d.GetType("dnet_child")->GetItem(Value(ip_socket));
     l_child += l_user;
     WatchChildSocket(ip_socket);
-    if (ItemPtr const l_level = GetDNetValue("dnet_level"))
-        SendFrame(ip_socket, LevelMessage(l_level.AsInt()));
-    if (ItemPtr const l_leader = GetDNetValue("dnet_group_leader"))
-        SendFrame(ip_socket, LeaderMessage(l_leader.AsString()));
+    SendStateToChild(ip_socket);
     // The peer layer stops reading at the hand-over: a depth report may already wait here.
     ReadFrames(ip_socket, true);
     // Closed before the hand-over, it will not say so again.
     if (ip_socket->state() == QAbstractSocket::UnconnectedState && d.GetType("dnet_child")->HasItem(Value(ip_socket)))
         ChildSocketClosed(ip_socket);
+}
+
+void DNetManager::SendStateToChild(QTcpSocket* ip_socket)
+{
+    if (ItemPtr const l_level = GetDNetValue("dnet_level"))
+        SendFrame(ip_socket, LevelMessage(l_level.AsInt()));
+    if (ItemPtr const l_leader = GetDNetValue("dnet_group_leader"))
+        SendFrame(ip_socket, LeaderMessage(l_leader.AsString()));
+}
+
+void DNetManager::KeepInStandby(std::string const& i_user, QTcpSocket* ip_socket)
+{
+    Unwatch(ip_socket);
+    QPointer<QTcpSocket>& lp_standby = m_standbyChildren[i_user];
+    if (lp_standby)
+        CloseAndDelete(lp_standby);
+    lp_standby = ip_socket;
+    QPointer<QTcpSocket> const lp_socket(ip_socket);
+    auto const l_end = [this, i_user, lp_socket]
+    {
+        auto const l_found = m_standbyChildren.find(i_user);
+        if (l_found == m_standbyChildren.end() || l_found->second != lp_socket)
+            return;
+        m_standbyChildren.erase(l_found);
+        if (lp_socket)
+            CloseAndDelete(lp_socket);
+    };
+    connect(ip_socket, &QTcpSocket::disconnected, this, l_end);
+    QTimer::singleShot(m_childStandbyMs, this, l_end);
+}
+
+bool DNetManager::ReinstateStandby(std::string const& i_user)
+{
+    auto const l_found = m_standbyChildren.find(i_user);
+    if (l_found == m_standbyChildren.end())
+        return false;
+    QPointer<QTcpSocket> const lp_socket = l_found->second;
+    m_standbyChildren.erase(l_found);
+    if (!lp_socket || lp_socket->state() != QAbstractSocket::ConnectedState)
+        return false;
+    DNetLog(2, QStringLiteral("Child connection of %1 closed; its former connection takes its place")
+                   .arg(QString::fromStdString(i_user)));
+    Unwatch(lp_socket);
+    ItemPtr(d.GetType("dnet_child")->GetItem(Value(lp_socket.data()))) += d.GetType("user")->GetItem(i_user);
+    WatchChildSocket(lp_socket);
+    SendStateToChild(lp_socket);
+    ReadFrames(lp_socket, true);
+    return true;
 }
 
 void DNetManager::HandleChildMessage(QTcpSocket* ip_socket, MemStream& i_message)
@@ -110,7 +156,9 @@ void DNetManager::ChildSocketClosed(QTcpSocket* ip_socket)
         DNetLog(2, QStringLiteral("Child socket item not found, aborting"));
         return;
     }
+    std::string const l_user = l_child.GetItem("user").AsString();
     l_child.Remove();
+    ReinstateStandby(l_user);
 }
 
 void DNetManager::SendMessageToChildren(char const* ip_frame, int i_size)

@@ -50,17 +50,33 @@ TEST_F(DNetTest, ChildrenGetTheBytesAsReceivedAndTheLevelRebuilt)
     EXPECT_TRUE(lp_dan->Next(300).isEmpty());
 }
 
-// One user has one child connection: a second one replaces the first, which is closed.
+// One user has one child connection: a second one replaces the first. The first is kept in
+// reserve for a while: when the child closes the second, as the loser of a dial and a
+// dial-back at once, the first carries the searches again; otherwise it is closed.
 TEST_F(DNetTest, ASecondChildConnectionOfAUserReplacesTheFirst)
 {
     LogIn();
+    mp_dnet->SetChildStandbyMs(1500);
     std::unique_ptr<PeerLink> lp_first = Child(m_dan, "dan");
     std::unique_ptr<PeerLink> lp_second = Child(m_dan, "dan");
     ASSERT_TRUE(lp_first && lp_second);
-    EXPECT_TRUE(lp_first->WaitClosed());
     EXPECT_TRUE(Logged("2|Child connection already found, closing old connection."));
     EXPECT_EQ(Count("dnet_child"), 1u);
-    EXPECT_TRUE(lp_second->IsOpen());
+    mp_central->Send(Body(93).Raw(Search("srv", 1, "one")));
+    EXPECT_EQ(lp_second->Next(), Search("srv", 1, "one"));
+    EXPECT_TRUE(lp_first->Next(300).isEmpty());
+
+    lp_second->Close();
+    EXPECT_TRUE(WaitFor([this] { return Logged("2|Child connection of dan closed; its former connection takes its place"); }));
+    mp_central->Send(Body(93).Raw(Search("srv", 2, "two")));
+    EXPECT_EQ(lp_first->Next(), Search("srv", 2, "two"));
+    EXPECT_EQ(Count("dnet_child"), 1u);
+
+    std::unique_ptr<PeerLink> lp_third = Child(m_dan, "dan");
+    ASSERT_TRUE(lp_third);
+    EXPECT_TRUE(lp_first->WaitClosed(5000)) << "closed once its time in reserve is over";
+    EXPECT_TRUE(lp_third->IsOpen());
+    EXPECT_EQ(Count("dnet_child"), 1u);
 }
 
 // Depths are compared as numbers: reports of 9 and then 10 give 11. The server hears of each

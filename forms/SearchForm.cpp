@@ -5,6 +5,8 @@
 #include <QShortcut>
 #include <QTabBar>
 
+#include <utility>
+
 #include "forms/SearchResultListItem.h"
 #include "forms/SearchResultsForm.h"
 #include "forms/UserMenuOptions.h"
@@ -70,11 +72,21 @@ void SearchForm::Init()
 
     DeclareTypes();
     DeclareActions();
-    mp_ui->searchSplitter->setSizes({qMax(0, mp_ui->searchSplitter->width() - 200), 200});
+    // The sizes are set when the page is first shown: before that the splitter has no width,
+    // and a results side of 0 pixels would stay collapsed.
+    mp_ui->searchSplitter->setCollapsible(0, false);
     mp_ui->searchSplitter->setStretchFactor(0, 1);
     mp_ui->searchSplitter->setStretchFactor(1, 0);
     SetUpWishList();
     SetUpKeys();
+}
+
+void SearchForm::showEvent(QShowEvent* ip_event)
+{
+    QWidget::showEvent(ip_event);
+    if (std::exchange(m_splitterPlaced, true))
+        return;
+    mp_ui->searchSplitter->setSizes({qMax(0, mp_ui->searchSplitter->width() - 200), 200});
 }
 
 void SearchForm::DeclareTypes()

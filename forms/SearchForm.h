@@ -70,8 +70,10 @@ public slots:
 
 protected:
     bool eventFilter(QObject* ip_watched, QEvent* ip_event) override;
+    void showEvent(QShowEvent* ip_event) override;
 
 private:
+    bool m_splitterPlaced = false;
     // One message of results whose rows are not all made yet.
     struct Pending
     {

@@ -50,6 +50,8 @@ void SearchForm::OnWishListItemAdded(Item* ip_item)
     lp_row->setTextAlignment(0, Qt::AlignCenter);
     WishList()->addTopLevelItem(lp_row);
     auto* lp_box = new QCheckBox();
+    // The box stands over the column's "Y", which is there for sorting and screen readers.
+    lp_box->setAutoFillBackground(true);
     lp_box->setChecked(l_enabled);
     WishList()->setItemWidget(lp_row, 0, lp_box);
 

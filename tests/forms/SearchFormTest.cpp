@@ -293,6 +293,12 @@ TEST_F(SearchFormTest, DownloadsCollectSelectedFilesAndWholeFoldersOnce)
 TEST_F(SearchFormTest, WishListRowsFollowTheirItemsAndTheirBoxes)
 {
     QTreeWidget* lp_list = mp_search->WishList();
+    // Shown for the first time, the page gives the wish list its 200 pixels and the rest to
+    // the results.
+    mp_window->Widgets()->mainTabWidget->setCurrentWidget(mp_window->Widgets()->searchTab);
+    ASSERT_TRUE(WaitFor([&] { return lp_list->isVisible(); }));
+    EXPECT_EQ(lp_list->width(), 200);
+    EXPECT_GT(mp_search->TabControl()->width(), 400);
     auto const l_box = [lp_list](int i_row) { return qobject_cast<QCheckBox*>(lp_list->itemWidget(lp_list->topLevelItem(i_row), 0)); };
     auto const l_rows = [lp_list] {
         QStringList l_texts;

@@ -36,6 +36,7 @@
 #include "shell/InformationBox.h"
 #include "shell/ShowState.h"
 #include "shell/TimerManager.h"
+#include "transfers/TransferQueueManager.h"
 #include "peer/PeerMessenger.h"
 #include "store/Data.h"
 #include "store/DataSaver.h"
@@ -100,6 +101,10 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     SetUpFileSharing();
 
     diagnosticsForm->Init();
+
+    new TransferQueueManager();
+    connect(timerManager->HalfMinuteTimer(), &QTimer::timeout, transferQueueManager, &TransferQueueManager::EveryHalfMinute);
+    connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, transferQueueManager, &TransferQueueManager::PeriodicCheck);
 
     // The Shares page; its types hang on the received-share types of the shares manager.
     auto* lp_sharesForm = new SharesForm(mp_ui->sharesTab);
@@ -174,6 +179,7 @@ MainWindow::~MainWindow()
     mp_server->Disconnect();
     d.RemoveDisconnectedItems();
     dataSaver->Save(&d, DataFileName().c_str());
+    delete transferQueueManager;
     delete wishListSearcher;
     delete sharedFoldersManager;
     delete dnetManager;

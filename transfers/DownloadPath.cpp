@@ -102,7 +102,7 @@ bool DownloadPath::IsUsableFileName(std::string const& i_name)
 std::string DownloadPath::SubFolder(std::string const& i_remoteFolder)
 {
     std::string const l_last = GetFileName(i_remoteFolder);
-    if (IsOnlyDots(l_last) || IsDrive(l_last) || l_last.find('\0') != std::string::npos)
+    if (IsOnlyDots(l_last) || IsDrive(l_last))
         return std::string();
     return TameComponent(l_last);
 }

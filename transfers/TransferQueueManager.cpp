@@ -100,13 +100,14 @@ TransferQueueManager::TransferQueueManager(QObject* ip_parent) : QObject(ip_pare
 
 TransferQueueManager::~TransferQueueManager()
 {
-    RemoveDataHandlers();
+    // All are told first, so that they stop side by side rather than one after another.
     ItemSet const l_threads = d.GetType("download_thread")->GetItems();
     for (Item* lp_thread : l_threads)
         lp_thread->AsPointer<DownloadThread>()->SignalExit();
     for (Item* lp_entry : l_threads.GetItems("download_entry"))
         TakeDownTransfer(lp_entry);
-    // Their removal handlers went with this object's handlers.
+    RemoveDataHandlers();
+    // Values no transfer holds any more, which no removal handler would free from now on.
     for (Item* lp_item : d.GetType("write_position")->GetItems())
         delete lp_item->AsPointer<long long>();
     for (Item* lp_item : d.GetType("bytes_per_second")->GetItems())
@@ -122,7 +123,8 @@ void TransferQueueManager::DataLoaded()
     RepairLoadedEntries();
     ItemPtr const l_queued = d.GetType("download_entry_status")->GetItem("queued");
     ItemSet const l_entries = d.GetType("download_entry")->GetItems();
-    for (Item* lp_entry : l_entries)
+    // In order, so that the older of two entries that meet keeps the plain name.
+    for (Item* lp_entry : ByOrder(l_entries))
     {
         if (StatusOf(lp_entry) != "complete")
             ItemPtr(lp_entry) += l_queued;

@@ -2,6 +2,22 @@
 
 #include "support/FreePort.h"
 
+#include <algorithm>
+#include <iterator>
+#include <tuple>
+
+namespace
+{
+// The parts of a download entry in the order of SavedGraph::Download's members.
+constexpr char const* s_downloadParts[] = {"user", "file_name", "remote_folder", "file_size", "download_entry_status",
+                                           "download_order", "local_file_name"};
+
+std::optional<std::string> SavedGraph::Download::* const s_downloadMembers[] = {
+    &SavedGraph::Download::m_user, &SavedGraph::Download::m_fileName, &SavedGraph::Download::m_remoteFolder,
+    &SavedGraph::Download::m_fileSize, &SavedGraph::Download::m_status, &SavedGraph::Download::m_order,
+    &SavedGraph::Download::m_localFileName};
+} // namespace
+
 SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
 {
     Type* lp_value = m_data.NewType("global_value", false, false, true);
@@ -19,8 +35,15 @@ SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
     m_data.GetType("user")->RelateToType(m_data.NewType("unshared", false, true, true), Many, One, false);
     m_data.NewType("wish_list_item", true, false, true)
         ->RelateToType(m_data.NewType("wish_list_item_enabled", false, true, true), Many, One, false);
+    Type* lp_download = m_data.NewType("download_entry", true, true, true);
+    for (char const* lp_part : s_downloadParts)
+    {
+        Type* lp_type = m_data.FindType(lp_part);
+        lp_download->RelateToType(lp_type ? lp_type : m_data.NewType(lp_part, false, false, true), Many, One, false);
+        m_saver.AddSavedByConnectionType(lp_part, "download_entry");
+    }
     m_saver.m_savedTypes = {"global", "room_autojoin", "in_user_list", "user_list_group", "shared_folder", "unshared",
-                            "wish_list_item", "wish_list_item_enabled"};
+                            "wish_list_item", "wish_list_item_enabled", "download_entry"};
     m_saver.AddSavedByConnectionType("shared_public", "shared_folder");
     m_saver.AddSavedByConnectionType("shared_userlist", "shared_folder");
     m_saver.AddSavedByConnectionType("user", "unshared");
@@ -129,4 +152,27 @@ std::map<std::string, bool> SavedGraph::WishList() const
     for (Item* lp_item : m_data.GetType("wish_list_item")->Items())
         l_items[ItemPtr(lp_item).AsString()] = ItemPtr(lp_item).IsConnected("wish_list_item_enabled");
     return l_items;
+}
+
+void SavedGraph::AddDownload(Download const& i_download)
+{
+    ItemPtr const l_entry = m_data.GetType("download_entry")->NewItem();
+    for (std::size_t l_index = 0; l_index < std::size(s_downloadParts); ++l_index)
+        if (std::optional<std::string> const& l_value = i_download.*s_downloadMembers[l_index])
+            l_entry.Connect(m_data.GetType(s_downloadParts[l_index])->GetItem(*l_value));
+}
+
+std::vector<SavedGraph::Download> SavedGraph::Downloads() const
+{
+    std::vector<Download> l_downloads;
+    for (Item* lp_entry : m_data.GetType("download_entry")->Items())
+    {
+        Download& l_download = l_downloads.emplace_back();
+        for (std::size_t l_index = 0; l_index < std::size(s_downloadParts); ++l_index)
+            if (ItemPtr const l_part = ItemPtr(lp_entry).HasItem(s_downloadParts[l_index]))
+                l_download.*s_downloadMembers[l_index] = l_part.AsString();
+    }
+    std::sort(l_downloads.begin(), l_downloads.end(), [](Download const& i_a, Download const& i_b)
+              { return std::tie(i_a.m_user, i_a.m_remoteFolder, i_a.m_fileName) < std::tie(i_b.m_user, i_b.m_remoteFolder, i_b.m_fileName); });
+    return l_downloads;
 }

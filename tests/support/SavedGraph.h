@@ -40,6 +40,23 @@ public:
     // Each wish list search with whether it is enabled.
     std::map<std::string, bool> WishList() const;
 
+    // A download entry as the data file keeps it. A part without a value is left out, so that
+    // a test can seed damaged entries too.
+    struct Download
+    {
+        std::optional<std::string> m_user;
+        std::optional<std::string> m_fileName;
+        std::optional<std::string> m_remoteFolder;
+        std::optional<std::string> m_fileSize;
+        std::optional<std::string> m_status;
+        std::optional<std::string> m_order;
+        std::optional<std::string> m_localFileName;
+        bool operator==(Download const&) const = default;
+    };
+    void AddDownload(Download const& i_download);
+    // Every entry, ordered by user, folder and file name.
+    std::vector<Download> Downloads() const;
+
     bool Save(QString const& i_file) { return m_saver.Save(&m_data, i_file.toLocal8Bit().constData()); }
     void Load(QString const& i_file) { m_saver.Load(&m_data, i_file.toLocal8Bit().constData()); }
 

@@ -163,3 +163,18 @@ TEST_F(QueueTest, APeerThatGoesSilentAbortsTheDownload)
     EXPECT_EQ(Read(QStringLiteral("downloading/f/a")), Content(8192));
     EXPECT_TRUE(lp_file->WaitClosed());
 }
+
+TEST_F(QueueTest, ClosingTheQueueStopsARunningTransferAtOnce)
+{
+    BobOnline();
+    ItemPtr const l_entry = Add("f", "a", 30000);
+    ASSERT_FALSE(Offer(1, "f\\a", 30000).isEmpty());
+    std::unique_ptr<PeerLink> lp_file = Connect(1);
+    ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "downloading"; }));
+    QElapsedTimer l_clock;
+    l_clock.start();
+    mp_queue.reset();
+    EXPECT_LT(l_clock.elapsed(), 1000);
+    EXPECT_TRUE(lp_file->WaitClosed());
+    EXPECT_EQ(Count("download_thread") + Count("download_socket") + Count("download_file") + Count("write_position"), 0u);
+}

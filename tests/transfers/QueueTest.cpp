@@ -1,4 +1,5 @@
 #include "transfers/QueueFixture.h"
+#include "support/SavedGraph.h"
 #include "transfers/TransferSupport.h"
 
 TEST_F(QueueTest, AddingAnExistingTripleChangesNothing)
@@ -165,4 +166,29 @@ TEST_F(QueueTest, LoadingQueuesAllButCompleteAndRepairsDamagedEntries)
     EXPECT_EQ(GetGlobal("transfer_order_counter"), "42");
     EXPECT_TRUE(QueueLogged(QStringLiteral("1|Dropped a saved download of y from bob: its size is no number")));
     EXPECT_TRUE(QueueLogged(QStringLiteral("1|Dropped a saved download of  from bob: no file_name")));
+}
+
+TEST_F(QueueTest, ASeededDataFileIsLoadedAndSavedBackWithEveryPart)
+{
+    QString const l_file = m_folder.filePath(QStringLiteral("seed.dat"));
+    SavedGraph l_seed;
+    l_seed.Set("global", "download_folder", m_folder.path().toStdString());
+    l_seed.AddDownload({"bob", "a.mp3", "music\\one", "10", "denied", "3", "a (2).mp3"});
+    l_seed.AddDownload({"bob", "b.mp3", "", "20", "complete", "4", std::nullopt});
+    l_seed.AddDownload({"bob", std::nullopt, "x", "5", "queued", "5", std::nullopt});
+    ASSERT_TRUE(l_seed.Save(l_file));
+
+    mp_queue.reset();
+    for (auto const& l_entry : d.Types())
+        l_entry.second->GetItems().Remove();
+    mp_queue = std::make_unique<TransferQueueManager>();
+    dataSaver->Load(&d, l_file.toLocal8Bit().constData());
+    ASSERT_TRUE(dataSaver->Save(&d, l_file.toLocal8Bit().constData()));
+
+    SavedGraph l_saved;
+    l_saved.Load(l_file);
+    std::vector<SavedGraph::Download> const l_expected{{"bob", "b.mp3", "", "20", "complete", "4", "b.mp3"},
+                                                       {"bob", "a.mp3", "music\\one", "10", "queued", "3", "a (2).mp3"}};
+    EXPECT_EQ(l_saved.Downloads(), l_expected);
+    EXPECT_EQ(l_saved.Setting("global", "transfer_order_counter"), "5");
 }

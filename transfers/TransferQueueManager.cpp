@@ -6,7 +6,6 @@
 #include <QTcpSocket>
 
 #include <algorithm>
-#include <climits>
 
 #include "peer/PeerMessageCode.h"
 #include "peer/PeerMessenger.h"
@@ -385,57 +384,37 @@ void TransferQueueManager::EveryHalfMinute()
     }
 }
 
-void TransferQueueManager::OnUploadFailedNotification(std::string const& i_user, std::string const& i_file)
+ItemPtr TransferQueueManager::NotifiedEntry(std::string const& i_user, std::string const& i_file, QString const& i_line) const
 {
     ItemPtr const l_user = d.GetType("user")->HasItem(Value(i_user));
-    TransferLog(1, QStringLiteral("Received peer notification from %1 that upload of %2 failed")
-                       .arg(QString::fromStdString(i_user), QString::fromStdString(i_file)),
-                l_user);
+    TransferLog(1, i_line, l_user);
     ItemPtr const l_entry = GetDownloadEntry(i_user, GetFileName(i_file), GetFolder(i_file));
     if (!l_entry)
-    {
         TransferLog(2, QStringLiteral("Download not found."), l_user);
+    return l_entry;
+}
+
+void TransferQueueManager::OnUploadFailedNotification(std::string const& i_user, std::string const& i_file)
+{
+    ItemPtr const l_entry = NotifiedEntry(i_user, i_file,
+                                          QStringLiteral("Received peer notification from %1 that upload of %2 failed")
+                                              .arg(QString::fromStdString(i_user), QString::fromStdString(i_file)));
+    if (!l_entry)
         return;
-    }
-    TransferLog(2, QStringLiteral("Download found!"), l_user);
+    TransferLog(2, QStringLiteral("Download found!"), l_entry.HasItem("user"));
     QueueDownloadIfUserOnline(l_entry);
 }
 
 void TransferQueueManager::OnUploadDeniedNotification(std::string const& i_user, std::string const& i_file,
                                                       std::string const& i_reason)
 {
-    ItemPtr const l_user = d.GetType("user")->HasItem(Value(i_user));
-    TransferLog(1, QStringLiteral("Received peer notification from %1 that upload of %2 was denied, reason: %3")
-                       .arg(QString::fromStdString(i_user), QString::fromStdString(i_file), QString::fromStdString(i_reason)),
-                l_user);
-    ItemPtr const l_entry = GetDownloadEntry(i_user, GetFileName(i_file), GetFolder(i_file));
+    ItemPtr const l_entry =
+        NotifiedEntry(i_user, i_file,
+                      QStringLiteral("Received peer notification from %1 that upload of %2 was denied, reason: %3")
+                          .arg(QString::fromStdString(i_user), QString::fromStdString(i_file), QString::fromStdString(i_reason)));
     if (!l_entry)
-    {
-        TransferLog(2, QStringLiteral("Download not found."), l_user);
         return;
-    }
-    TransferLog(2, QStringLiteral("Download found, marking as denied."), l_user);
+    TransferLog(2, QStringLiteral("Download found, marking as denied."), l_entry.HasItem("user"));
     ReplaceValue(l_entry, "denial_reason", Value(i_reason));
     SetDownloadEntryStatus(l_entry, "denied");
-}
-
-// ---- The upload speed limit ----
-
-void TransferQueueManager::SetUploadSpeedLimit(int i_kibPerSecond)
-{
-    SetGlobal("upload_speed_limit", Value(i_kibPerSecond));
-    DetermineUploadSpeedLimit();
-}
-
-void TransferQueueManager::EnableUploadSpeedLimit(bool i_enabled)
-{
-    SetGlobal("upload_speed_limit_enabled", Value(i_enabled ? "yes" : "no"));
-    DetermineUploadSpeedLimit();
-}
-
-void TransferQueueManager::DetermineUploadSpeedLimit()
-{
-    long long const l_limit = DecimalOf(GetGlobal("upload_speed_limit")).value_or(0);
-    bool const l_enabled = GetGlobal("upload_speed_limit_enabled") == "yes";
-    m_uploadSpeedLimit.Set(l_enabled && l_limit > 0 && l_limit <= INT_MAX ? static_cast<int>(l_limit) : 0);
 }

@@ -18,8 +18,8 @@ class QTcpSocket;
 // name, remote folder, size, status and order; a downloader never pulls, so everything here
 // reacts to a peer's message or reminds the peer now and then. The bytes are moved by a
 // `DownloadThread` per running transfer, which reports back by queued signals.
-// Implemented in three parts: this file's source (schema, life, the queue), the answers to
-// transfer requests and file connections, and the local paths.
+// Implemented in four parts: this file's source (schema, life, the queue), the answers to
+// transfer requests and file connections, the local paths, and the upload speed limit.
 class TransferQueueManager : public QObject, public DataHandler, public DataLoadedEventHandler
 {
     Q_OBJECT
@@ -88,6 +88,8 @@ private:
     void OnBytesPerSecondRemoved(Item* ip_item);
 
     ItemPtr EntryOfSender() const;
+    // Logs a peer's notification and finds its entry; logs when there is none.
+    ItemPtr NotifiedEntry(std::string const& i_user, std::string const& i_file, QString const& i_line) const;
     // Stops the thread and closes file and socket of an entry, thread first.
     void TakeDownTransfer(ItemPtr i_entry);
     // Whether a transfer request's size may be taken; denies it otherwise.

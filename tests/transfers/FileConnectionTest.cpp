@@ -132,10 +132,8 @@ TEST_F(QueueTest, AChangedSizeIsTakenOnlyWhileNothingIsHere)
 
 TEST_F(QueueTest, RemovingAStalledDownloadStopsItAndKeepsThePartial)
 {
-    BobOnline();
-    ItemPtr const l_entry = Add("f", "a", 30000);
-    ASSERT_FALSE(Offer(1, "f\\a", 30000).isEmpty());
-    std::unique_ptr<PeerLink> lp_file = Connect(1);
+    ItemPtr l_entry;
+    std::unique_ptr<PeerLink> lp_file = StartTransfer(l_entry);
     lp_file->SendRaw(Content(8192));
     ASSERT_TRUE(WaitFor([&] { return l_entry["write_position"] && *l_entry["write_position"].AsPointer<long long>() == 8192; }));
     QElapsedTimer l_clock;
@@ -154,10 +152,8 @@ TEST_F(QueueTest, RemovingAStalledDownloadStopsItAndKeepsThePartial)
 
 TEST_F(QueueTest, APeerThatGoesSilentAbortsTheDownload)
 {
-    BobOnline();
-    ItemPtr const l_entry = Add("f", "a", 30000);
-    ASSERT_FALSE(Offer(1, "f\\a", 30000).isEmpty());
-    std::unique_ptr<PeerLink> lp_file = Connect(1);
+    ItemPtr l_entry;
+    std::unique_ptr<PeerLink> lp_file = StartTransfer(l_entry);
     lp_file->SendRaw(Content(8292));
     ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "aborted"; }, 8000));
     EXPECT_EQ(Read(QStringLiteral("downloading/f/a")), Content(8192));
@@ -166,10 +162,8 @@ TEST_F(QueueTest, APeerThatGoesSilentAbortsTheDownload)
 
 TEST_F(QueueTest, ClosingTheQueueStopsARunningTransferAtOnce)
 {
-    BobOnline();
-    ItemPtr const l_entry = Add("f", "a", 30000);
-    ASSERT_FALSE(Offer(1, "f\\a", 30000).isEmpty());
-    std::unique_ptr<PeerLink> lp_file = Connect(1);
+    ItemPtr l_entry;
+    std::unique_ptr<PeerLink> lp_file = StartTransfer(l_entry);
     ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "downloading"; }));
     QElapsedTimer l_clock;
     l_clock.start();

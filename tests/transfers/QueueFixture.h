@@ -69,6 +69,14 @@ protected:
         }
         return lp_link;
     }
+    // Bob's file connection for a file "f\\a" of 30000 bytes that he offered as request 1.
+    std::unique_ptr<PeerLink> StartTransfer(ItemPtr& o_entry)
+    {
+        BobOnline();
+        o_entry = Add("f", "a", 30000);
+        EXPECT_FALSE(Offer(1, "f\\a", 30000).isEmpty());
+        return Connect(1);
+    }
     QString Local(QString const& i_relative) const { return m_folder.filePath(i_relative); }
     void Write(QString const& i_relative, QByteArray const& i_bytes) const
     {

@@ -172,3 +172,34 @@ TEST_F(QueueTest, ClosingTheQueueStopsARunningTransferAtOnce)
     EXPECT_TRUE(lp_file->WaitClosed());
     EXPECT_EQ(Count("download_thread") + Count("download_socket") + Count("download_file") + Count("write_position"), 0u);
 }
+
+TEST_F(QueueTest, AFileThatAppearedInCompleteIsNeverOverwritten)
+{
+    BobOnline();
+    ItemPtr const l_entry = Add("f", "a.txt", 5);
+    Write(QStringLiteral("complete/f/a.txt"), "mine");
+    ASSERT_FALSE(Offer(1, "f\\a.txt", 5).isEmpty());
+    Connect(1, nullptr)->SendRaw("bob's");
+    ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "complete"; }));
+    EXPECT_EQ(Read(QStringLiteral("complete/f/a.txt")), "mine");
+    EXPECT_EQ(Read(QStringLiteral("complete/f/a (2).txt")), "bob's");
+    EXPECT_TRUE(mp_queue->DoesDownloadItemCompleteFilenameExist(l_entry));
+}
+
+TEST_F(QueueTest, AHostileSavedNameEndsInALocalErrorAndWritesNothing)
+{
+    BobOnline();
+    // As a damaged data file could hold it: AddDownload refuses such a name.
+    ItemPtr const l_entry = d.GetType("download_entry")->NewItem();
+    l_entry += User("bob");
+    l_entry += d.GetType("file_name")->GetItem("../../x");
+    l_entry += d.GetType("remote_folder")->GetItem("..");
+    l_entry += d.GetType("file_size")->GetItem("5");
+    l_entry += d.GetType("download_order")->GetItem("1");
+    mp_queue->DataLoaded();
+    // No peer can name this split in a request; the number is given as if one had.
+    l_entry += d.GetType("remote_transfer_req")->GetItem("1");
+    EXPECT_TRUE(Connect(1)->WaitClosed());
+    EXPECT_EQ(Status(l_entry), "local error");
+    EXPECT_EQ(QDir(m_folder.path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList());
+}

@@ -146,6 +146,8 @@ void TransferQueueManager::StartThread(ItemPtr i_entry, QTcpSocket* ip_socket, Q
     long long const l_size = DecimalOf(i_entry.HasItem("file_size").AsString()).value_or(0);
     QObject::disconnect(ip_socket, nullptr, nullptr, nullptr);
     ip_socket->setReadBufferSize(s_fileSocketReadBuffer);
+    // A socket from a listener is its child: it could not move, and would go with the listener.
+    ip_socket->setParent(nullptr);
     auto* lp_thread = new DownloadThread(ip_socket, ip_file, i_offset, l_size, m_downloadTimeoutMs);
     i_entry += d.GetType("download_thread")->GetItem(Value(lp_thread));
     connect(lp_thread, &DownloadThread::DownloadError, this, &TransferQueueManager::OnDownloadError);
@@ -160,7 +162,6 @@ void TransferQueueManager::StartThread(ItemPtr i_entry, QTcpSocket* ip_socket, Q
         {
             if (!l_thread || !d.GetType("download_thread")->HasItem(Value(l_thread.data())))
                 return;
-            ip_socket->setParent(nullptr); // a socket from a listener is its child and could not move
             ip_socket->moveToThread(l_thread);
             l_thread->start();
         },

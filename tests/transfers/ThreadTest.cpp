@@ -230,6 +230,27 @@ TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAStalledTransfer)
     }
 }
 
+TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAPacingSleep)
+{
+    WriteFile(Path("source"), RandomBytes(100000));
+    auto lp_source = Open("source", QIODevice::ReadOnly);
+    m_limit.Set(1);
+    SocketPair l_pair = ConnectedPair();
+    Reports l_up;
+    Running<UploadThread> l_upload = StartUpload(*l_pair.mp_near, *lp_source, 1, l_up);
+    ASSERT_EQ(ReadExactly(*l_pair.mp_far, 4).size(), 4);
+    l_pair.mp_far->write(LittleEndian64(0));
+    // After the first block the thread sleeps off eight seconds at 1 KiB/s.
+    ASSERT_TRUE(WaitFor([&] { return !l_up.m_offsets.empty(); }));
+    WaitFor([] { return false; }, 200);
+    qint64 const l_signalledMs = l_up.m_clock.elapsed();
+    l_upload->SignalExit();
+    ASSERT_TRUE(WaitFor([&] { return l_up.IsOver(); }));
+    EXPECT_TRUE(l_up.m_error);
+    EXPECT_LT(l_up.m_endMs - l_signalledMs, 500);
+    EXPECT_EQ(l_up.m_offsets.size(), 1u);
+}
+
 TEST_F(ThreadTest, UploadRefusesOffsetsOutsideTheFile)
 {
     WriteFile(Path("source"), RandomBytes(1000));

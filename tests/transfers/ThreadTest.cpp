@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
+#include <tuple>
 
 #include "ThreadRig.h"
 #include "support/WaitFor.h"
@@ -47,26 +49,33 @@ protected:
         return lp_file;
     }
 
+    // Hands the socket to a new thread, watches its three signals and starts it.
+    template <class Thread, class... Signals, class... Args>
+    Running<Thread> Start(QTcpSocket& io_socket, Reports& o_reports, std::tuple<Signals...> i_signals, Args... i_args)
+    {
+        Running<Thread> l_run(std::make_unique<Thread>(&io_socket, i_args...));
+        HandOver(io_socket, *l_run.mp_thread);
+        std::apply([&](auto... i_signal) { o_reports.Watch(*l_run.mp_thread, i_signal...); }, i_signals);
+        l_run->start();
+        return l_run;
+    }
+
     Running<DownloadThread> StartDownload(QTcpSocket& io_socket, QFile& io_file, long long i_offset, long long i_size,
                                           Reports& o_reports, int i_timeoutMs = TransferWait::s_defaultTimeoutMs)
     {
-        Running<DownloadThread> l_run(std::make_unique<DownloadThread>(&io_socket, &io_file, i_offset, i_size, i_timeoutMs));
-        HandOver(io_socket, *l_run.mp_thread);
-        o_reports.Watch(*l_run.mp_thread, &DownloadThread::DownloadProgress, &DownloadThread::DownloadComplete,
-                        &DownloadThread::DownloadError);
-        l_run->start();
-        return l_run;
+        return Start<DownloadThread>(io_socket, o_reports,
+                                     std::tuple(&DownloadThread::DownloadProgress, &DownloadThread::DownloadComplete,
+                                                &DownloadThread::DownloadError),
+                                     &io_file, i_offset, i_size, i_timeoutMs);
     }
 
     Running<UploadThread> StartUpload(QTcpSocket& io_socket, QFile& io_file, int i_req, Reports& o_reports,
                                       int i_timeoutMs = TransferWait::s_defaultTimeoutMs)
     {
-        Running<UploadThread> l_run(std::make_unique<UploadThread>(&io_socket, &io_file, i_req, m_limit, i_timeoutMs));
-        HandOver(io_socket, *l_run.mp_thread);
-        o_reports.Watch(*l_run.mp_thread, &UploadThread::UploadProgress, &UploadThread::UploadComplete,
-                        &UploadThread::UploadError);
-        l_run->start();
-        return l_run;
+        return Start<UploadThread>(io_socket, o_reports,
+                                   std::tuple(&UploadThread::UploadProgress, &UploadThread::UploadComplete,
+                                              &UploadThread::UploadError),
+                                   &io_file, i_req, std::cref(m_limit), i_timeoutMs);
     }
 
     // An upload of a file of i_size random bytes into a download that already holds the first
@@ -162,7 +171,7 @@ TEST_F(ThreadTest, DownloadEndsAtTheExpectedSize)
     EXPECT_EQ(ReadFile(Path("target")), l_bytes.left(10000));
 }
 
-TEST_F(ThreadTest, DownloadFailsWhenThePeerStopsOrIsSilent)
+TEST_F(ThreadTest, DownloadFailsOnAStoppedPeerOrAFailedWrite)
 {
     QByteArray const l_bytes = RandomBytes(10000);
     WriteFile(Path("target"), QByteArray());
@@ -184,6 +193,16 @@ TEST_F(ThreadTest, DownloadFailsWhenThePeerStopsOrIsSilent)
     ASSERT_TRUE(WaitFor([&] { return l_timedOut.IsOver(); }));
     EXPECT_TRUE(l_timedOut.m_error);
     EXPECT_GE(l_timedOut.m_endMs, 300);
+
+    // A full disk, also when the file holds the block back until it is flushed.
+    QFile l_full(QStringLiteral("/dev/full"));
+    ASSERT_TRUE(l_full.open(QIODevice::WriteOnly | QIODevice::Append));
+    SocketPair l_pair = ConnectedPair();
+    l_pair.mp_far->write(l_bytes);
+    Reports l_failed;
+    Running<DownloadThread> l_writing = StartDownload(*l_pair.mp_near, l_full, 0, 100, l_failed);
+    ASSERT_TRUE(WaitFor([&] { return l_failed.IsOver(); }));
+    EXPECT_TRUE(l_failed.m_error);
 }
 
 TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAStalledTransfer)

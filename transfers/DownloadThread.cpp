@@ -61,6 +61,9 @@ bool DownloadThread::PerformDownload()
         emit DownloadProgress(m_position, TransferRate::BytesPerSecond(l_count, l_clock.elapsed()));
         if (m_position == m_fileSize)
         {
+            // The file buffers small writes: a full disk may only show when they go out.
+            if (!mp_file->flush())
+                return false;
             mp_socket->close();
             return true;
         }

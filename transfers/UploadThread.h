@@ -15,7 +15,8 @@ class UploadThread : public QThread
 {
     Q_OBJECT
 public:
-    // i_timeoutMs bounds each wait for the socket, and the wait for the offset as a whole.
+    // i_limit must outlive the thread. i_timeoutMs bounds each wait for the socket, and the wait
+    // for the offset as a whole.
     UploadThread(QTcpSocket* ip_socket, QFile* ip_file, int i_req, UploadSpeedLimit const& i_limit,
                  int i_timeoutMs = TransferWait::s_defaultTimeoutMs);
 

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
+#include <tuple>
 
 #include "ThreadRig.h"
 #include "support/WaitFor.h"
@@ -47,26 +49,33 @@ protected:
         return lp_file;
     }
 
+    // Hands the socket to a new thread, watches its three signals and starts it.
+    template <class Thread, class... Signals, class... Args>
+    Running<Thread> Start(QTcpSocket& io_socket, Reports& o_reports, std::tuple<Signals...> i_signals, Args... i_args)
+    {
+        Running<Thread> l_run(std::make_unique<Thread>(&io_socket, i_args...));
+        HandOver(io_socket, *l_run.mp_thread);
+        std::apply([&](auto... i_signal) { o_reports.Watch(*l_run.mp_thread, i_signal...); }, i_signals);
+        l_run->start();
+        return l_run;
+    }
+
     Running<DownloadThread> StartDownload(QTcpSocket& io_socket, QFile& io_file, long long i_offset, long long i_size,
                                           Reports& o_reports, int i_timeoutMs = TransferWait::s_defaultTimeoutMs)
     {
-        Running<DownloadThread> l_run(std::make_unique<DownloadThread>(&io_socket, &io_file, i_offset, i_size, i_timeoutMs));
-        HandOver(io_socket, *l_run.mp_thread);
-        o_reports.Watch(*l_run.mp_thread, &DownloadThread::DownloadProgress, &DownloadThread::DownloadComplete,
-                        &DownloadThread::DownloadError);
-        l_run->start();
-        return l_run;
+        return Start<DownloadThread>(io_socket, o_reports,
+                                     std::tuple(&DownloadThread::DownloadProgress, &DownloadThread::DownloadComplete,
+                                                &DownloadThread::DownloadError),
+                                     &io_file, i_offset, i_size, i_timeoutMs);
     }
 
     Running<UploadThread> StartUpload(QTcpSocket& io_socket, QFile& io_file, int i_req, Reports& o_reports,
                                       int i_timeoutMs = TransferWait::s_defaultTimeoutMs)
     {
-        Running<UploadThread> l_run(std::make_unique<UploadThread>(&io_socket, &io_file, i_req, m_limit, i_timeoutMs));
-        HandOver(io_socket, *l_run.mp_thread);
-        o_reports.Watch(*l_run.mp_thread, &UploadThread::UploadProgress, &UploadThread::UploadComplete,
-                        &UploadThread::UploadError);
-        l_run->start();
-        return l_run;
+        return Start<UploadThread>(io_socket, o_reports,
+                                   std::tuple(&UploadThread::UploadProgress, &UploadThread::UploadComplete,
+                                              &UploadThread::UploadError),
+                                   &io_file, i_req, std::cref(m_limit), i_timeoutMs);
     }
 
     // An upload of a file of i_size random bytes into a download that already holds the first
@@ -162,7 +171,7 @@ TEST_F(ThreadTest, DownloadEndsAtTheExpectedSize)
     EXPECT_EQ(ReadFile(Path("target")), l_bytes.left(10000));
 }
 
-TEST_F(ThreadTest, DownloadFailsWhenThePeerStopsOrIsSilent)
+TEST_F(ThreadTest, DownloadFailsOnAStoppedPeerOrAFailedWrite)
 {
     QByteArray const l_bytes = RandomBytes(10000);
     WriteFile(Path("target"), QByteArray());
@@ -184,6 +193,16 @@ TEST_F(ThreadTest, DownloadFailsWhenThePeerStopsOrIsSilent)
     ASSERT_TRUE(WaitFor([&] { return l_timedOut.IsOver(); }));
     EXPECT_TRUE(l_timedOut.m_error);
     EXPECT_GE(l_timedOut.m_endMs, 300);
+
+    // A full disk, also when the file holds the block back until it is flushed.
+    QFile l_full(QStringLiteral("/dev/full"));
+    ASSERT_TRUE(l_full.open(QIODevice::WriteOnly | QIODevice::Append));
+    SocketPair l_pair = ConnectedPair();
+    l_pair.mp_far->write(l_bytes);
+    Reports l_failed;
+    Running<DownloadThread> l_writing = StartDownload(*l_pair.mp_near, l_full, 0, 100, l_failed);
+    ASSERT_TRUE(WaitFor([&] { return l_failed.IsOver(); }));
+    EXPECT_TRUE(l_failed.m_error);
 }
 
 TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAStalledTransfer)
@@ -228,6 +247,27 @@ TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAStalledTransfer)
         EXPECT_TRUE(lp_reports->m_error);
         EXPECT_LT(lp_reports->m_endMs - l_signalledMs, 500);
     }
+}
+
+TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAPacingSleep)
+{
+    WriteFile(Path("source"), RandomBytes(100000));
+    auto lp_source = Open("source", QIODevice::ReadOnly);
+    m_limit.Set(1);
+    SocketPair l_pair = ConnectedPair();
+    Reports l_up;
+    Running<UploadThread> l_upload = StartUpload(*l_pair.mp_near, *lp_source, 1, l_up);
+    ASSERT_EQ(ReadExactly(*l_pair.mp_far, 4).size(), 4);
+    l_pair.mp_far->write(LittleEndian64(0));
+    // After the first block the thread sleeps off eight seconds at 1 KiB/s.
+    ASSERT_TRUE(WaitFor([&] { return !l_up.m_offsets.empty(); }));
+    WaitFor([] { return false; }, 200);
+    qint64 const l_signalledMs = l_up.m_clock.elapsed();
+    l_upload->SignalExit();
+    ASSERT_TRUE(WaitFor([&] { return l_up.IsOver(); }));
+    EXPECT_TRUE(l_up.m_error);
+    EXPECT_LT(l_up.m_endMs - l_signalledMs, 500);
+    EXPECT_EQ(l_up.m_offsets.size(), 1u);
 }
 
 TEST_F(ThreadTest, UploadRefusesOffsetsOutsideTheFile)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // One file another user offers, as a download names it: the owner, the bare name, the folder
 // exactly as the owner sent it (with its backslashes), and the size in bytes.
@@ -13,3 +14,6 @@ struct RemoteFile
 
     bool operator==(RemoteFile const&) const = default;
 };
+
+// Puts each file on the download queue, in the order given.
+void AddDownloads(std::vector<RemoteFile> const& i_files);

@@ -124,6 +124,9 @@ void SearchForm::DeclareActions()
         return;
     // The two download actions join the set once downloads can be queued.
     std::string const l_search = ":/icons/search_icon";
+    std::string const l_transfer = ":/icons/transfer_icon";
+    actionBar->AddSetAction("search_results", "download_search_results_file", "Download File", l_transfer, false);
+    actionBar->AddSetAction("search_results", "download_search_results_folder", "Download Folder", l_transfer, false);
     actionBar->AddSetAction("search_results", "order_by_available", "Order by Available", l_search, false);
     actionBar->AddSetAction("search_results", "order_by_fastest", "Order by Fastest", l_search, false);
     actionBar->AddSetAction("search_results", "expand_folders", "Expand Folders", l_search, false);
@@ -301,6 +304,8 @@ void SearchForm::OnActionBarTriggered(std::string i_action)
         if (SearchResultsForm* lp_form = CurrentForm())
             ToggleWishList(lp_form);
     }
+    else if (i_action == "download_search_results_file" || i_action == "download_search_results_folder")
+        AddDownloads(Downloads(i_action));
     else if (i_action == "remove_wish_list_item")
         RemoveSelectedWishListItems();
     else if (i_action == "enable_all_wish_list_items" || i_action == "disable_all_wish_list_items")
@@ -369,6 +374,11 @@ void SearchForm::OnSearchResultsContextMenuRequested(QPoint const& i_point)
     if (!l_user)
         return;
     QMenu l_menu;
+    for (auto const& [l_action, l_text] : {std::pair{"download_search_results_file", "Download File"},
+                                           std::pair{"download_search_results_folder", "Download Folder"}})
+        connect(l_menu.addAction(QIcon(QStringLiteral(":/icons/transfer_icon")), QString::fromLatin1(l_text)),
+                &QAction::triggered, this, [this, l_action] { AddDownloads(Downloads(l_action)); });
+    l_menu.addSeparator();
     new UserMenuOptions(&l_menu, l_user.AsString(), &l_menu);
     l_menu.exec(lp_tree->viewport()->mapToGlobal(i_point));
 }

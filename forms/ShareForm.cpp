@@ -77,6 +77,7 @@ ShareForm::ShareForm(Item* i_share, QWidget* i_parent)
     {
         actionBar->RegisterWidget(mp_ui->folderTree, QStringLiteral("share_folders"));
         actionBar->RegisterWidget(lp_files, QStringLiteral("share_files"));
+        connect(actionBar, &ActionSetToolBar::ActionTriggered, this, &ShareForm::OnActionBarTriggered);
     }
     connect(mp_ui->folderTree, &QTreeWidget::currentItemChanged, this, &ShareForm::OnCurrentItemChanged);
     connect(lp_files, &QTreeWidget::currentItemChanged, this, &ShareForm::OnFileItemChanged);
@@ -285,6 +286,12 @@ std::vector<ShareDownload> ShareForm::Downloads(std::string const& i_action) con
                 l_add(l_file);
     }
     return l_downloads;
+}
+
+void ShareForm::OnActionBarTriggered(std::string i_action)
+{
+    if (i_action == "download_share_folder" || i_action == "download_share_file")
+        AddDownloads(Downloads(i_action));
 }
 
 void ShareForm::OnShareRemoved()

@@ -65,6 +65,8 @@ public slots:
     void OnCurrentItemChanged(QTreeWidgetItem* ip_current, QTreeWidgetItem* ip_previous);
     void OnFileItemChanged(QTreeWidgetItem* ip_current, QTreeWidgetItem* ip_previous);
     void OnFilterTextChanged(QString i_text);
+    // Every open tab hears the tool bar and queues its own selection.
+    void OnActionBarTriggered(std::string i_action);
 
 protected:
     void showEvent(QShowEvent* ip_event) override;

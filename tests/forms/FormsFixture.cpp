@@ -67,3 +67,20 @@ void FormsTest::CloseDialogs()
         delete lp_dialog.data();
     QApplication::processEvents();
 }
+
+QStringList QueuedDownloads()
+{
+    std::vector<Item*> l_entries;
+    for (Item* lp_entry : d.GetType("download_entry")->Items())
+        l_entries.push_back(lp_entry);
+    std::sort(l_entries.begin(), l_entries.end(), [](Item* ip_a, Item* ip_b)
+              { return ItemPtr(ip_a)["download_order"].AsInt64() < ItemPtr(ip_b)["download_order"].AsInt64(); });
+    QStringList l_queued;
+    for (Item* lp_entry : l_entries)
+    {
+        ItemPtr const l_entry(lp_entry);
+        l_queued << QString::fromStdString(l_entry["user"].AsString() + '|' + l_entry["remote_folder"].AsString() + '|' +
+                                           l_entry["file_name"].AsString() + '|' + l_entry["file_size"].AsString());
+    }
+    return l_queued;
+}

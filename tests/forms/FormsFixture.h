@@ -38,6 +38,9 @@ QStringList MenuShownBy(std::function<void()> const& i_request);
 
 inline void PrintTo(QString const& i_text, std::ostream* op_stream) { *op_stream << i_text.toStdString(); }
 
+// The download queue in its order, each entry as "user|folder|name|size".
+QStringList QueuedDownloads();
+
 // The chat view and line of a room's or a user's chat form, and a line typed into it and entered.
 inline QTextBrowser* View(QWidget* ip_form) { return Child<QTextBrowser>(ip_form, "chatView"); }
 inline QLineEdit* Edit(QWidget* ip_form) { return Child<QLineEdit>(ip_form, "chatEdit"); }

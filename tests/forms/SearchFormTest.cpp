@@ -156,8 +156,8 @@ TEST_F(SearchFormTest, RowsShowTheirColumnsAndBothOrdersRankUsers)
     QTreeWidget* lp_tree = Tree(0);
     EXPECT_EQ(QApplication::focusWidget(), lp_tree);
     EXPECT_FALSE(lp_tree->header()->sectionsClickable());
-    EXPECT_EQ(ActionTexts(), L({"Order by Available [on]", "Order by Fastest", "Expand Folders [on]", "Expand Users [on]",
-                                "Add to Wishlist"}));
+    EXPECT_EQ(ActionTexts(), L({"Download File", "Download Folder", "Order by Available [on]", "Order by Fastest",
+                                "Expand Folders [on]", "Expand Users [on]", "Add to Wishlist"}));
 
     Answer("bob", l_ticket, {{"share\\b.mp3"}}, {false, 0, 3});
     Answer("cal", l_ticket, {{"share\\c.mp3"}}, {false, 9216, 1});
@@ -186,7 +186,7 @@ TEST_F(SearchFormTest, RowsShowTheirColumnsAndBothOrdersRankUsers)
     EXPECT_EQ(mp_tabs->tabToolTip(0), S("4 users, 6 files"));
 
     ASSERT_TRUE(Trigger(S("Order by Fastest")));
-    EXPECT_EQ(ActionTexts().mid(0, 2), L({"Order by Available", "Order by Fastest [on]"}));
+    EXPECT_EQ(ActionTexts().mid(2, 2), L({"Order by Available", "Order by Fastest [on]"}));
     // Speeds as numbers, 10.0 above 9.0; equal ones keep their places.
     EXPECT_EQ(Shape(lp_tree).filter(QRegularExpression(S("^\\w"))), L({"ann", "cal", "dan", "bob"}));
     ASSERT_TRUE(Trigger(S("Order by Available")));
@@ -199,12 +199,12 @@ TEST_F(SearchFormTest, RowsShowTheirColumnsAndBothOrdersRankUsers)
     ASSERT_TRUE(Trigger(S("Expand Users [on]")));
     EXPECT_FALSE(lp_ann->isExpanded());
 
-    // The menu of a row is its user's, from a file row too.
+    // The menu of a row offers its downloads, then its user's entries, from a file row too.
     lp_ann->setExpanded(true);
     lp_ann->child(0)->setExpanded(true);
     QPoint const l_at = lp_tree->visualItemRect(lp_zeta).center();
     EXPECT_EQ(MenuShownBy([&] { mp_search->OnSearchResultsContextMenuRequested(l_at); }),
-              L({"Message user", "Add user to list", "Browse user's files"}));
+              L({"Download File", "Download Folder", "", "Message user", "Add user to list", "Browse user's files"}));
 }
 
 TEST_F(SearchFormTest, FilterMatchesFolderOrFileAndGivesTheSameRowsBeforeOrAfterResults)
@@ -288,6 +288,11 @@ TEST_F(SearchFormTest, DownloadsCollectSelectedFilesAndWholeFoldersOnce)
     std::vector<RemoteFile> l_files = mp_search->Downloads("download_search_results_file");
     std::sort(l_files.begin(), l_files.end(), [](auto const& i_a, auto const& i_b) { return i_a.m_name < i_b.m_name; });
     EXPECT_EQ(l_files, (std::vector<RemoteFile>{l_rock[0], l_rock[2]}));
+
+    // The actions queue what they collect, in that order; a file queued already stays one entry.
+    emit actionBar->ActionTriggered("download_search_results_folder");
+    emit actionBar->ActionTriggered("download_search_results_file");
+    EXPECT_EQ(QueuedDownloads(), L({"ann|Music\\Rock|a.mp3|6442450944", "ann|Music\\Rock|b.mp3|2", "ann|Music\\Rock|c.mp3|3"}));
 }
 
 TEST_F(SearchFormTest, WishListRowsFollowTheirItemsAndTheirBoxes)

@@ -198,6 +198,17 @@ TEST_F(SharesFormTest, DownloadsGatherEveryTabsOwnSelection)
     FileList(lp_ann)->topLevelItem(0)->setSelected(true);
     EXPECT_EQ(lp_ann->Downloads("download_share_file"),
               (std::vector<ShareDownload>{{"ann", "a.mp3", "Music\\Rock", s_big}}));
+
+    // Every open tab queues its own selection, the folder as received, the size whole.
+    emit actionBar->ActionTriggered("download_share_file");
+    QStringList const l_first = QueuedDownloads();
+    EXPECT_EQ(l_first, QStringList{QStringLiteral("ann|Music\\Rock|a.mp3|%1").arg(s_big)});
+    emit actionBar->ActionTriggered("download_share_folder");
+    QStringList l_queued = QueuedDownloads();
+    EXPECT_EQ(l_queued.first(), l_first.first());
+    l_queued.sort();
+    EXPECT_EQ(l_queued, (QStringList{QStringLiteral("ann|Music\\Rock|a.mp3|%1").arg(s_big), QStringLiteral("ann|Music\\Rock|b.mp3|7"),
+                                  QStringLiteral("bob|Docs|d.txt|9"), QStringLiteral("bob|Docs|e.txt|10")}));
 }
 
 TEST_F(SharesFormTest, ANewerListTakesTheOldTabsPlaceAndClosingEitherLeavesTheOtherShare)

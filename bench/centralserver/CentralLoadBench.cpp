@@ -3,6 +3,7 @@
 // timed from its write to the arrival of the last of the 1,000 messages 93. Prints the figures
 // and exits 1 when the median search misses its target, 2 when a phase fails. Whatever happens,
 // this program and the server it starts are gone within 120 s.
+#include "bench/BenchDeadline.h"
 #include "bench/BenchStats.h"
 #include "LoadClient.h"
 #include "LoadServer.h"
@@ -15,7 +16,6 @@
 #include <QTemporaryDir>
 #include <QTimer>
 
-#include <csignal>
 #include <cstdio>
 #include <functional>
 #include <sys/resource.h>
@@ -34,17 +34,6 @@ constexpr int c_loginPhaseMs = 60 * 1000;
 constexpr int c_searchMs = 2000;
 // Below the promised 120 s, with room to kill and reap.
 constexpr unsigned c_deadlineSeconds = 110;
-
-volatile sig_atomic_t g_serverPid = 0;
-
-void OnDeadline(int)
-{
-    if (g_serverPid > 0)
-        kill(g_serverPid, SIGKILL);
-    static char const c_message[] = "bench_central: deadline passed, server killed\n";
-    [[maybe_unused]] ssize_t const l_written = write(STDERR_FILENO, c_message, sizeof c_message - 1);
-    _exit(2);
-}
 
 // A descriptor per client here and another in the server, which inherits the limit.
 bool RaiseDescriptorLimit(rlim_t i_needed)
@@ -197,8 +186,7 @@ int Finish(LoadRun& io_run, LoadServer& io_server, int i_code)
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGALRM, OnDeadline);
-    alarm(c_deadlineSeconds);
+    BenchDeadline::Arm(c_deadlineSeconds, "bench_central: deadline passed, server killed\n");
     if (!RaiseDescriptorLimit(2 * (c_clients + 1) + 256))
     {
         std::fprintf(stderr, "bench_central: cannot allow %d open files\n", 2 * (c_clients + 1) + 256);
@@ -213,7 +201,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "bench_central: %s\n", qPrintable(l_error));
         return 2;
     }
-    g_serverPid = static_cast<sig_atomic_t>(l_server.Pid());
+    BenchDeadline::Watch(0, l_server.Pid());
 
     LoadRun l_run;
     l_run.m_clock.start();

@@ -13,6 +13,7 @@ public:
 
     bool Start();
     bool Stop(int i_timeoutMs = 10000);
+    qint64 Pid() const { return m_process.processId(); }
     // Waits until a line holding the text has been logged; true if one has.
     bool WaitForLine(QString const& i_text, int i_timeoutMs = 10000);
     int CountLines(QString const& i_text);

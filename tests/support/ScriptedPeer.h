@@ -5,6 +5,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -63,6 +64,12 @@ public:
     std::optional<quint32> TakeBareU32(int i_timeoutMs = 3000);
     // Exactly i_count bytes without framing, read as TakeBareU32; empty on time-out.
     QByteArray TakeRaw(qsizetype i_count, int i_timeoutMs = 3000);
+    // Calls i_arrived whenever bytes arrive, for as long as i_context lives: for a driver that
+    // waits in the event loop and takes frames as they come instead of polling for them.
+    void WhenReadable(QObject* ip_context, std::function<void()> i_arrived)
+    {
+        QObject::connect(mp_socket.get(), &QTcpSocket::readyRead, ip_context, std::move(i_arrived));
+    }
 
     // From now on takes nothing in and leaves the socket a one-byte buffer, so that what the
     // other end sends piles up in its own buffers.

@@ -61,7 +61,8 @@ public:
     // Four bare bytes as u32, read after the first frame of an accepted link, or at the start
     // of a dialled one.
     std::optional<quint32> TakeBareU32(int i_timeoutMs = 3000);
-    // Exactly i_count bytes without framing, read as TakeBareU32; empty on time-out.
+    // Exactly i_count bytes without framing, read as TakeBareU32; empty on time-out, or once the
+    // link has closed short of them.
     QByteArray TakeRaw(qsizetype i_count, int i_timeoutMs = 3000);
 
     // From now on takes nothing in and leaves the socket a one-byte buffer, so that what the

@@ -247,6 +247,16 @@ public:
         l_saved.Load(m_client.DataFile());
         return l_saved.Downloads();
     }
+    // Whether the file turns up under complete, holding exactly these bytes.
+    testing::AssertionResult Finished(QString const& i_rest, QByteArray const& i_content) const
+    {
+        QString const l_file = Complete(i_rest);
+        if (!WaitFor([&] { return QFile::exists(l_file); }, c_long))
+            return testing::AssertionFailure() << l_file.toStdString() << " never came";
+        if (ReadAll(l_file) != i_content)
+            return testing::AssertionFailure() << l_file.toStdString() << " holds other bytes";
+        return testing::AssertionSuccess();
+    }
     QByteArray Output() { return m_client.Output(); }
     QString DataFile() const { return m_client.DataFile(); }
 
@@ -325,13 +335,11 @@ TEST_F(DownloadEndToEnd, WholeFilesArriveByEitherWayOfConnecting)
     ASSERT_EQ(m_sender.TakeQueueRequest(), "share\\singles\\\\back.bin");
 
     EXPECT_EQ(m_sender.Upload(Uploader::Way::Direct, 7, "C:\\share\\albums\\direct.bin", l_direct), 0u);
-    EXPECT_TRUE(WaitFor([&] { return QFile::exists(m_fetcher.Complete(QStringLiteral("albums/direct.bin"))); }, c_long));
-    EXPECT_TRUE(ReadAll(m_fetcher.Complete(QStringLiteral("albums/direct.bin"))) == l_direct);
+    EXPECT_TRUE(m_fetcher.Finished(QStringLiteral("albums/direct.bin"), l_direct));
     EXPECT_FALSE(QFileInfo::exists(m_fetcher.Downloading(QStringLiteral("albums"))));
 
     EXPECT_EQ(m_sender.Upload(Uploader::Way::DialBack, 8, "share\\singles\\\\back.bin", l_back), 0u);
-    EXPECT_TRUE(WaitFor([&] { return QFile::exists(m_fetcher.Complete(QStringLiteral("singles/back.bin"))); }, c_long));
-    EXPECT_TRUE(ReadAll(m_fetcher.Complete(QStringLiteral("singles/back.bin"))) == l_back);
+    EXPECT_TRUE(m_fetcher.Finished(QStringLiteral("singles/back.bin"), l_back));
     EXPECT_TRUE(QDir(m_fetcher.Downloading()).isEmpty());
 
     std::vector<SavedGraph::Download> const l_saved = m_fetcher.Stop();
@@ -367,8 +375,7 @@ TEST_F(DownloadEndToEnd, AnInterruptedDownloadResumesFromWhatIsOnDisk)
     m_sender.SendUploadFailed("share\\docs\\broken.bin");
     EXPECT_EQ(m_sender.TakeQueueRequest(5000), "share\\docs\\broken.bin");
     EXPECT_EQ(m_sender.Upload(Uploader::Way::DialBack, 2, "share\\docs\\broken.bin", l_broken), static_cast<quint64>(l_halfKept));
-    EXPECT_TRUE(WaitFor([&] { return QFile::exists(m_fetcher.Complete(QStringLiteral("docs/broken.bin"))); }, c_long));
-    EXPECT_TRUE(ReadAll(m_fetcher.Complete(QStringLiteral("docs/broken.bin"))) == l_broken);
+    EXPECT_TRUE(m_fetcher.Finished(QStringLiteral("docs/broken.bin"), l_broken));
 
     // The downloader is stopped while the uploader stalls in mid-transfer, and picks up where its
     // file ends once it is back.
@@ -389,8 +396,7 @@ TEST_F(DownloadEndToEnd, AnInterruptedDownloadResumesFromWhatIsOnDisk)
     ASSERT_TRUE(m_fetcher.Start(m_server)) << m_fetcher.Output().toStdString();
     EXPECT_EQ(m_sender.TakeQueueRequest(), "share\\docs\\restart.bin");
     EXPECT_EQ(m_sender.Upload(Uploader::Way::Direct, 4, "share\\docs\\restart.bin", l_restarted), static_cast<quint64>(l_thirdKept));
-    EXPECT_TRUE(WaitFor([&] { return QFile::exists(m_fetcher.Complete(QStringLiteral("docs/restart.bin"))); }, c_long));
-    EXPECT_TRUE(ReadAll(m_fetcher.Complete(QStringLiteral("docs/restart.bin"))) == l_restarted);
+    EXPECT_TRUE(m_fetcher.Finished(QStringLiteral("docs/restart.bin"), l_restarted));
     EXPECT_FALSE(QFileInfo::exists(m_fetcher.Downloading(QStringLiteral("docs"))));
     EXPECT_EQ(StatusOf(m_fetcher.Stop(), "restart.bin"), "complete");
 }
@@ -492,8 +498,7 @@ TEST_F(DownloadEndToEnd, HostileNamesWriteNothingOutsideTheDownloadFolders)
     for (QString const& l_name : {QStringLiteral("up.bin"), QStringLiteral("dots.bin"), QStringLiteral("share/c___d.bin"),
                                   QStringLiteral("share/") + QString::fromStdString(l_tamed)})
     {
-        EXPECT_TRUE(WaitFor([&] { return QFile::exists(m_fetcher.Complete(l_name)); }, c_long)) << l_name.toStdString();
-        EXPECT_TRUE(ReadAll(m_fetcher.Complete(l_name)) == l_content) << l_name.toStdString();
+        EXPECT_TRUE(m_fetcher.Finished(l_name, l_content));
     }
     for (auto const& [l_path, l_state] : Files(m_fetcher.Home()))
     {

@@ -208,6 +208,10 @@ void TransferQueueManager::SetDownloadEntryStatus(ItemPtr i_entry, std::string c
 {
     bool const l_wasActive = i_entry.HasItem("download_entry_status").HasItem("is_active");
     ItemPtr const l_status = d.GetType("download_entry_status")->GetItem(Value(i_status));
+    // A status no entry holds is swept with its flag, and made again without it; an entry that
+    // then left "downloading" would keep its thread, file and socket.
+    if (i_status == "downloading" && !l_status.HasItem("is_active"))
+        l_status.NewItem("is_active");
     i_entry += l_status;
     if (l_wasActive && !l_status.HasItem("is_active"))
         TakeDownTransfer(i_entry);

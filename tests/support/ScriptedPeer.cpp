@@ -188,9 +188,10 @@ std::optional<quint32> PeerLink::TakeBareU32(int i_timeoutMs)
 
 QByteArray PeerLink::TakeRaw(qsizetype i_count, int i_timeoutMs)
 {
-    bool const l_whole = WaitFor(
-        [&] { return m_reading && FirstFrameRead() && mp_socket->bytesAvailable() >= i_count; }, i_timeoutMs);
-    return l_whole ? mp_socket->read(i_count) : QByteArray();
+    auto const l_whole = [&] { return m_reading && FirstFrameRead() && mp_socket->bytesAvailable() >= i_count; };
+    // A link the other end has closed brings no more bytes: no need to wait for them.
+    WaitFor([&] { return l_whole() || mp_socket->state() == QAbstractSocket::UnconnectedState; }, i_timeoutMs);
+    return l_whole() ? mp_socket->read(i_count) : QByteArray();
 }
 
 void PeerLink::StopReading()

@@ -62,7 +62,8 @@ public:
     // Four bare bytes as u32, read after the first frame of an accepted link, or at the start
     // of a dialled one.
     std::optional<quint32> TakeBareU32(int i_timeoutMs = 3000);
-    // Exactly i_count bytes without framing, read as TakeBareU32; empty on time-out.
+    // Exactly i_count bytes without framing, read as TakeBareU32; empty on time-out, or once the
+    // link has closed short of them.
     QByteArray TakeRaw(qsizetype i_count, int i_timeoutMs = 3000);
     // Calls i_arrived whenever bytes arrive, for as long as i_context lives: for a driver that
     // waits in the event loop and takes frames as they come instead of polling for them.

@@ -173,6 +173,16 @@ TEST_F(QueueTest, ClosingTheQueueStopsARunningTransferAtOnce)
     EXPECT_EQ(Count("download_thread") + Count("download_socket") + Count("download_file") + Count("write_position"), 0u);
 }
 
+TEST_F(QueueTest, AFinishedTransferIsTakenDownAlsoAfterASweepOfTheGraph)
+{
+    // Nothing holds the status "downloading" yet: a sweep takes it away with its flag.
+    d.RemoveDisconnectedItems();
+    ItemPtr l_entry;
+    StartTransfer(l_entry)->SendRaw(Content(30000));
+    ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "complete"; }));
+    EXPECT_EQ(Count("download_thread") + Count("download_socket") + Count("download_file") + Count("write_position"), 0u);
+}
+
 TEST_F(QueueTest, AFileThatAppearedInCompleteIsNeverOverwritten)
 {
     BobOnline();

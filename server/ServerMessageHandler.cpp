@@ -281,11 +281,13 @@ void ServerMessageHandler::OnConnectToPeer(MemStream& i_message)
     ItemPtr const l_user = User(l_name);
     if (!l_user)
         return;
+    // The address comes first: the dial-back starts as soon as the request reaches the user,
+    // with whatever address the user holds then, and an older one may name a port since given up.
+    SetAddress(l_user, l_address);
     ItemPtr const l_request = d.GetType("peer_connection_request")->NewItem();
     l_request += d.GetType("peer_connection_request_id")->GetItem(Value(l_token));
     l_request += d.GetType("peer_connection_type")->GetItem(l_type);
     l_request += l_user;
-    SetAddress(l_user, l_address);
     if (i_message.Read(l_privileged) && l_privileged)
         l_user.NewItem("is_privileged");
 }

@@ -108,8 +108,9 @@ TEST_F(PeerTest, DialBackAnswersWithTheTokenAndGoesOnByType)
     for (auto const& [l_type, l_token] : {std::pair{QByteArray("P"), 7u}, {"F", 8u}, {"D", 9u}})
     {
         qsizetype const l_events = m_events.size() + 1;
-        SetAddress("bob", m_bob.ListenPort()); // each request leaves its own address stored
-        mp_central->Send(Body(18).Str("bob").Str(l_type).U32(s_loopback).U32(l_refusing.Port()).U32(l_token));
+        // The request's own address is dialled, not one stored before it.
+        SetAddress("bob", l_refusing.Port());
+        mp_central->Send(Body(18).Str("bob").Str(l_type).U32(s_loopback).U32(m_bob.ListenPort()).U32(l_token));
         PeerLink* lp_link = l_links.emplace_back(m_bob.Accept()).get();
         ASSERT_TRUE(lp_link);
         EXPECT_EQ(lp_link->TakeFirstFrame(), QByteArray(1, '\0') + Body(l_token).Bytes());

@@ -52,7 +52,9 @@ DownloadPath::DownloadPath(std::string const& i_downloadFolder, std::string cons
     {
         if (!IsUsableFileName(i_localName))
             return;
-        l_path += "/" + TameComponent(i_localName);
+        // Appended in two steps: "/" + a temporary trips a false overlap warning of the compiler.
+        l_path += '/';
+        l_path += TameComponent(i_localName);
     }
     if (l_path.size() > s_maxPathBytes || i_downloadFolder.empty())
         return;

@@ -7,6 +7,7 @@
 #include "peer/PeerMessenger.h"
 #include "shell/FormHost.h"
 #include "store/Data.h"
+#include "transfers/TransferQueueManager.h"
 
 namespace
 {
@@ -41,6 +42,11 @@ UserMenuOptions::UserMenuOptions(QMenu* ip_menu, std::string const& i_user, QObj
     else
         l_add(":/icons/add_user_icon", "Add user to list", &UserMenuOptions::OnAddToList);
     l_add(":/icons/browse_icon", "Browse user's files", &UserMenuOptions::OnBrowseUser);
+    ip_menu->addSeparator();
+    if (UserItem(i_user)["unshared"])
+        l_add(":/icons/browse_icon", "Re-share files with user", &UserMenuOptions::OnReshareUser);
+    else
+        l_add(":/icons/browse_icon", "Unshare files from user", &UserMenuOptions::OnUnshareUser);
 }
 
 std::string UserMenuOptions::SenderUser(QObject* ip_sender)
@@ -88,4 +94,18 @@ void UserMenuOptions::OnBrowseUser()
     peerMessenger->GetUserSharedFiles(l_user);
     if (gp_formHost)
         gp_formHost->ShowStatusMessage(tr("Asked %1 for the list of shared files").arg(QString::fromStdString(l_user)));
+}
+
+void UserMenuOptions::OnUnshareUser()
+{
+    std::string const l_user = SenderUser(sender());
+    if (UserItem(l_user) && transferQueueManager)
+        transferQueueManager->UnshareUser(l_user);
+}
+
+void UserMenuOptions::OnReshareUser()
+{
+    std::string const l_user = SenderUser(sender());
+    if (UserItem(l_user) && transferQueueManager)
+        transferQueueManager->ReshareUser(l_user);
 }

@@ -19,6 +19,8 @@ private slots:
     void OnRemoveFromList();
     void OnAddToList();
     void OnBrowseUser();
+    void OnUnshareUser();
+    void OnReshareUser();
 
 private:
     static std::string SenderUser(QObject* ip_sender);

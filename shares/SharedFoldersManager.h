@@ -8,6 +8,7 @@
 #include <QTimer>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -147,12 +148,15 @@ private:
     // ---- lists and search answers (SharedFoldersManagerMessages.cpp)
 public:
     // Whether an upload could start at once, and how many wait: both travel in every search
-    // answer. Until the upload queue answers them, a slot is always free and nobody waits.
+    // answer. The upload queue, which lives above the shares, gives them through a source it
+    // sets; without one a slot is free and nobody waits.
     struct UploadSlots
     {
         bool m_free = true;
         std::uint32_t m_queued = 0;
     };
+    using UploadSlotSource = std::function<UploadSlots()>;
+    static void SetUploadSlotSource(UploadSlotSource i_source);
     static UploadSlots UploadSlotState();
 
     // At most this many files are answered; a search that matches more gets no answer at all.

@@ -146,9 +146,24 @@ MemStream CompressedMessage(int i_code, MemStream const& i_body)
 }
 } // namespace
 
+namespace
+{
+SharedFoldersManager::UploadSlotSource& UploadSlotSourceStorage()
+{
+    static SharedFoldersManager::UploadSlotSource s_source;
+    return s_source;
+}
+} // namespace
+
+void SharedFoldersManager::SetUploadSlotSource(UploadSlotSource i_source)
+{
+    UploadSlotSourceStorage() = std::move(i_source);
+}
+
 SharedFoldersManager::UploadSlots SharedFoldersManager::UploadSlotState()
 {
-    return UploadSlots();
+    UploadSlotSource const& l_source = UploadSlotSourceStorage();
+    return l_source ? l_source() : UploadSlots();
 }
 
 // ---- The share list

@@ -11,6 +11,7 @@
 #include "peer/PeerMessenger.h"
 #include "server/Server.h"
 #include "server/ServerSchema.h"
+#include "shares/SharedFoldersManager.h"
 #include "store/Data.h"
 #include "store/DataSaver.h"
 #include "store/Log.h"
@@ -20,6 +21,7 @@
 #include "stream/PathNames.h"
 #include "transfers/DownloadThread.h"
 #include "transfers/TransferSupport.h"
+#include "transfers/UploadThread.h"
 
 TransferQueueManager* transferQueueManager = nullptr;
 
@@ -73,6 +75,7 @@ TransferQueueManager::TransferQueueManager(QObject* ip_parent) : QObject(ip_pare
 {
     transferQueueManager = this;
     DeclareDownloadSchema();
+    DeclareUploadSchema();
     ItemPtr const l_downloading = d.GetType("download_entry_status")->GetItem("downloading");
     if (!l_downloading.HasItem("is_active"))
         l_downloading.NewItem("is_active");
@@ -80,9 +83,13 @@ TransferQueueManager::TransferQueueManager(QObject* ip_parent) : QObject(ip_pare
     SetGlobalIfUnset("transfer_order_counter", Value("1"));
     SetGlobalIfUnset("upload_speed_limit", Value("0"));
     SetGlobalIfUnset("upload_speed_limit_enabled", Value("no"));
+    // Set at every start; a saved number replaces it, so a peer never sees a request number
+    // of an earlier run again.
+    SetGlobal("transfer_req_counter", Value("1"));
 
     ListenItemRemoved("write_position", &TransferQueueManager::OnWritePositionRemoved);
     ListenItemRemoved("bytes_per_second", &TransferQueueManager::OnBytesPerSecondRemoved);
+    ListenItemRemoved("read_position", &TransferQueueManager::OnReadPositionRemoved);
     auto* lp_user = new PathNode(&d, "user");
     new PathNode(lp_user, "is_online", TriggerConnected);
     ListenPath(lp_user, &TransferQueueManager::OnUserOnline);
@@ -94,24 +101,44 @@ TransferQueueManager::TransferQueueManager(QObject* ip_parent) : QObject(ip_pare
         connect(peerMessenger, &PeerMessenger::UploadFailed, this, &TransferQueueManager::OnUploadFailedNotification);
         connect(peerMessenger, &PeerMessenger::UploadDenied, this, &TransferQueueManager::OnUploadDeniedNotification);
         connect(peerMessenger, &PeerMessenger::DownloadPlaceInLine, this, &TransferQueueManager::OnDownloadPlaceInLine);
+        connect(peerMessenger, &PeerMessenger::QueueUploadRequested, this, &TransferQueueManager::OnQueueUploadRequested);
+        connect(peerMessenger, &PeerMessenger::FileTransferResponse, this, &TransferQueueManager::OnFileTransferResponse);
+        connect(peerMessenger, &PeerMessenger::FileConnectionAccepted, this, &TransferQueueManager::OnFileConnectionAccepted);
     }
+    SharedFoldersManager::SetUploadSlotSource(
+        [this]
+        {
+            SharedFoldersManager::UploadSlots l_slots;
+            l_slots.m_free = IsFreeToUpload();
+            l_slots.m_queued = static_cast<std::uint32_t>(QueuedUploadCount());
+            return l_slots;
+        });
 }
 
 TransferQueueManager::~TransferQueueManager()
 {
     // All are told first, so that they stop side by side rather than one after another.
+    SharedFoldersManager::SetUploadSlotSource(nullptr);
     ItemSet const l_threads = d.GetType("download_thread")->GetItems();
     for (Item* lp_thread : l_threads)
         lp_thread->AsPointer<DownloadThread>()->SignalExit();
+    ItemSet const l_uploadThreads = d.GetType("upload_thread")->GetItems();
+    for (Item* lp_thread : l_uploadThreads)
+        lp_thread->AsPointer<UploadThread>()->SignalExit();
     for (Item* lp_entry : l_threads.GetItems("download_entry"))
         TakeDownTransfer(lp_entry);
+    // Nothing of an upload is saved: the whole queue goes, and with it every open file.
+    for (Item* lp_entry : d.GetType("upload_entry")->GetItems())
+        RemoveUpload(lp_entry);
     RemoveDataHandlers();
     // Values no transfer holds any more, which no removal handler would free from now on.
     for (Item* lp_item : d.GetType("write_position")->GetItems())
         delete lp_item->AsPointer<long long>();
+    for (Item* lp_item : d.GetType("read_position")->GetItems())
+        delete lp_item->AsPointer<long long>();
     for (Item* lp_item : d.GetType("bytes_per_second")->GetItems())
         delete lp_item->AsPointer<int>();
-    for (char const* lp_type : {"write_position", "bytes_per_second"})
+    for (char const* lp_type : {"write_position", "read_position", "bytes_per_second"})
         d.GetType(lp_type)->GetItems().Remove();
     if (transferQueueManager == this)
         transferQueueManager = nullptr;
@@ -347,10 +374,12 @@ void TransferQueueManager::OnUserOnline(Item* ip_user)
         TransferLog(2, QStringLiteral("Queueing %1").arg(QString::fromStdString(ItemPtr(lp_entry).HasItem("file_name").AsString())),
                     ip_user);
     }
+    StartNewUploads();
 }
 
 void TransferQueueManager::PeriodicCheck()
 {
+    PruneFinishedUploads();
     ItemPtr const l_downloading = d.GetType("download_entry_status")->HasItem("downloading");
     if (l_downloading && !l_downloading.GetItems("download_entry").empty())
         return;
@@ -369,6 +398,8 @@ void TransferQueueManager::PeriodicCheck()
 
 void TransferQueueManager::EveryHalfMinute()
 {
+    if (AbortStalledUploads())
+        StartNewUploads();
     ItemPtr const l_queued = d.GetType("download_entry_status")->HasItem("queued");
     if (!l_queued)
         return;

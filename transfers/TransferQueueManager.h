@@ -18,8 +18,11 @@ class QTcpSocket;
 // name, remote folder, size, status and order; a downloader never pulls, so everything here
 // reacts to a peer's message or reminds the peer now and then. The bytes are moved by a
 // `DownloadThread` per running transfer, which reports back by queued signals.
-// Implemented in four parts: this file's source (schema, life, the queue), the answers to
-// transfer requests and file connections, the local paths, and the upload speed limit.
+// Uploads are `upload_entry` items in one queue for all peers, served one at a time by an
+// `UploadThread`; this side is the active one, it asks, connects and pushes.
+// Implemented in five parts: this file's source (schema, life, the download queue), the answers
+// to transfer requests and file connections, the local paths, the upload speed limit, and the
+// upload queue.
 class TransferQueueManager : public QObject, public DataHandler, public DataLoadedEventHandler
 {
     Q_OBJECT
@@ -64,9 +67,27 @@ public:
 
     // How long a download waits for the peer's next bytes before it fails.
     void SetDownloadTimeout(int i_milliseconds) { m_downloadTimeoutMs = i_milliseconds; }
+    // How long an upload waits for the peer's offset and for each block to leave.
+    void SetUploadTimeout(int i_milliseconds) { m_uploadTimeoutMs = i_milliseconds; }
+
+    // ---- the upload queue (TransferQueueManagerUploads.cpp)
+    void StartNewUploads();
+    void DetermineUploadsEffectiveOrder();
+    bool UploadEntrySortCompare(ItemPtr i_first, ItemPtr i_second) const;
+    static int GetUserGroupDownloadPriority(std::string const& i_user);
+    void SetUploadEntryStatus(ItemPtr i_entry, std::string const& i_status);
+    bool IsFreeToUpload() const;
+    int QueuedUploadCount() const;
+    void UnshareUser(std::string const& i_user);
+    void ReshareUser(std::string const& i_user);
+    void RemoveUpload(ItemPtr i_entry);
+    static std::string UploadStatusOf(ItemPtr i_entry);
+    // The entry of a user for a shared file, found without creating anything.
+    static ItemPtr GetUploadEntry(ItemPtr i_user, ItemPtr i_sharedFile);
 
 signals:
     void DownloadProgressed(ItemPtr i_download);
+    void UploadProgressed(ItemPtr i_upload);
     void TransfersLoaded();
 
 public slots:
@@ -81,6 +102,14 @@ public slots:
     void OnDownloadError();
     void EveryHalfMinute();
     void PeriodicCheck();
+
+    void OnQueueUploadRequested(std::string const& i_user, std::string const& i_file);
+    void OnFileTransferResponse(std::string const& i_user, unsigned int i_req, bool i_accepted, bool i_receivedFileSize,
+                                qint64 i_fileSize, std::string const& i_denialReason);
+    void OnFileConnectionAccepted(std::string const& i_user, QTcpSocket* ip_socket);
+    void OnUploadError();
+    void OnUploadProgress(qint64 i_offset, int i_bytesPerSecond);
+    void OnUploadComplete();
 
 private:
     void OnUserOnline(Item* ip_user);
@@ -107,8 +136,21 @@ private:
     // Drops or repairs saved entries that lack a part or hold a size or order that is no number.
     void RepairLoadedEntries();
 
+    // ---- the upload queue (TransferQueueManagerUploads.cpp)
+    static void DeclareUploadSchema();
+    ItemPtr UploadEntryOfSender() const;
+    void OnReadPositionRemoved(Item* ip_item);
+    // Stops the thread and closes file and socket of an upload, thread first.
+    void TakeDownUpload(ItemPtr i_entry);
+    void StartUploadThread(ItemPtr i_entry, QTcpSocket* ip_socket);
+    // Times out uploads stuck in an active status before their thread runs; true if any was.
+    bool AbortStalledUploads();
+    // Removes complete uploads that ended a day ago or more.
+    void PruneFinishedUploads();
+
     UploadSpeedLimit m_uploadSpeedLimit;
     int m_downloadTimeoutMs = TransferWait::s_defaultTimeoutMs;
+    int m_uploadTimeoutMs = TransferWait::s_defaultTimeoutMs;
 };
 
 extern TransferQueueManager* transferQueueManager;

@@ -73,7 +73,8 @@ TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
 {
     User("eve");
     EXPECT_EQ(MenuFor("eve", QStringLiteral("Add user to list")),
-              (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list"), QStringLiteral("Browse user's files")}));
+              (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list"), QStringLiteral("Browse user's files"),
+                           QString(), QStringLiteral("Unshare files from user")}));
     EXPECT_TRUE(Row(mp_form->UserList(), "eve"));
     QList<UserGroupsDialog*> const l_groups = OpenDialogs<UserGroupsDialog>();
     ASSERT_EQ(l_groups.size(), 1);
@@ -82,9 +83,16 @@ TEST_F(FormsTest, UserMenuFollowsTheMarksAndActsOnTheList)
 
     EXPECT_EQ(MenuFor("eve", QStringLiteral("Remove user from list")),
               (QStringList{QStringLiteral("Message user"), QStringLiteral("Set user's groups"),
-                           QStringLiteral("Remove user from list"), QStringLiteral("Browse user's files")}));
+                           QStringLiteral("Remove user from list"), QStringLiteral("Browse user's files"), QString(),
+                           QStringLiteral("Unshare files from user")}));
     EXPECT_FALSE(Row(mp_form->UserList(), "eve"));
     EXPECT_FALSE(Has(User("eve"), "in_user_list"));
+
+    // The last entry follows the unshared mark and sets or clears it.
+    EXPECT_EQ(MenuFor("eve", QStringLiteral("Unshare files from user")).value(4), QStringLiteral("Unshare files from user"));
+    EXPECT_TRUE(Has(User("eve"), "unshared"));
+    EXPECT_EQ(MenuFor("eve", QStringLiteral("Re-share files with user")).value(4), QStringLiteral("Re-share files with user"));
+    EXPECT_FALSE(Has(User("eve"), "unshared"));
 
     // A right click on a row opens the menu for its user, beside the rows nothing.
     User("fay").NewItem("in_user_list");

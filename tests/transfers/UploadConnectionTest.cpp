@@ -8,14 +8,6 @@
 
 namespace
 {
-QByteArray Content(int i_size)
-{
-    QByteArray l_bytes(i_size, '\0');
-    for (int l_index = 0; l_index < i_size; ++l_index)
-        l_bytes[l_index] = static_cast<char>(l_index * 13 + l_index / 253);
-    return l_bytes;
-}
-
 QByteArray Offset(quint64 i_offset)
 {
     QByteArray l_bytes(8, '\0');

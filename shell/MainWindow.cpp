@@ -224,7 +224,6 @@ void MainWindow::DisableControlsNotYetBuilt()
     // Each line goes when the work behind its control lands. The use_upnp setting keeps its
     // value meanwhile: the disabled box still shows it and cannot change it.
     DisableWithReason(mp_ui->actionData, QStringLiteral("Coming with the data browser"));
-    DisableWithReason(mp_ui->uPnPCheckBox, QStringLiteral("Coming with UPnP port mapping"));
 }
 
 void MainWindow::OnMainWindowTabChanged(int)

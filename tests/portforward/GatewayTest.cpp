@@ -226,8 +226,9 @@ protected:
         m_daemon.setProcessChannelMode(QProcess::MergedChannels);
         m_daemon.start(Find(QStringLiteral("ip")), {QStringLiteral("netns"), QStringLiteral("exec"), m_gateway,
                                                     Find(QStringLiteral("miniupnpd")), QStringLiteral("-d"), QStringLiteral("-f"),
-                                                    l_conf.fileName()});
+                                                    l_conf.fileName(), QStringLiteral("-P"), m_dir.filePath(QStringLiteral("pid"))});
         m_daemonLog.clear();
+        // Each daemon has a pid file of its own: tests of other processes run theirs at the same time.
         return m_daemon.waitForStarted(3000) && WaitFor(
                    [this]
                    {

@@ -9,7 +9,9 @@
 #include <QFile>
 #include <QLabel>
 #include <QMenu>
+#include <QMoveEvent>
 #include <QProgressBar>
+#include <QResizeEvent>
 #include <QShortcut>
 #include <QStatusBar>
 #include <QTabBar>
@@ -35,6 +37,7 @@
 #include "shell/FocusWidget.h"
 #include "shell/InformationBox.h"
 #include "shell/ShowState.h"
+#include "shell/SizeManager.h"
 #include "shell/TimerManager.h"
 #include "transfers/TransferQueueManager.h"
 #include "peer/PeerMessenger.h"
@@ -100,6 +103,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     SetUpPrivateChat();
     SetUpFileSharing();
 
+    new SizeManager();
     diagnosticsForm->Init();
 
     new TransferQueueManager();
@@ -149,10 +153,63 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     new PathNode(lp_newPort, "global_value", TriggerConnected);
     ListenPath(lp_newPort, &MainWindow::OnNewListeningPortChanged);
 
+    sizeManager->RegisterResizableWindow(QStringLiteral("main_window"), &m_sizeProxy);
+    mp_ui->roomListSplitter->setSizes({width() - 220, 220});
+    sizeManager->RegisterSplitter(QStringLiteral("room_list_splitter"), mp_ui->roomListSplitter, {});
+    sizeManager->RegisterTreeWidget(QStringLiteral("room_list"), mp_ui->roomList);
+
     mp_searchForm->Init();
     mp_userListForm->Init();
 
     connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, this, &MainWindow::EveryFiveMinutes);
+}
+
+void MainWindow::resizeEvent(QResizeEvent* ip_event)
+{
+    QMainWindow::resizeEvent(ip_event);
+    if (!isMaximized())
+        emit m_sizeProxy.WindowResized(ip_event->size().width(), ip_event->size().height());
+}
+
+void MainWindow::moveEvent(QMoveEvent* ip_event)
+{
+    QMainWindow::moveEvent(ip_event);
+    // The event tells where the frame went; the place is kept as geometry() has it, which is
+    // what SetPosition gives back, so that it does not creep by the frame's width at each start.
+    if (!isMaximized())
+        emit m_sizeProxy.WindowMoved(geometry().x(), geometry().y());
+}
+
+int MainWindow::SizeProxy::GetX() const
+{
+    return mainWindow->geometry().x();
+}
+
+int MainWindow::SizeProxy::GetY() const
+{
+    return mainWindow->geometry().y();
+}
+
+int MainWindow::SizeProxy::GetWidth() const
+{
+    return mainWindow->geometry().width();
+}
+
+int MainWindow::SizeProxy::GetHeight() const
+{
+    return mainWindow->geometry().height();
+}
+
+void MainWindow::SizeProxy::SetPosition(int i_x, int i_y)
+{
+    QRect const l_now = mainWindow->geometry();
+    mainWindow->setGeometry(i_x, i_y, l_now.width(), l_now.height());
+}
+
+void MainWindow::SizeProxy::SetSize(int i_width, int i_height)
+{
+    QRect const l_now = mainWindow->geometry();
+    mainWindow->setGeometry(l_now.x(), l_now.y(), i_width, i_height);
 }
 
 void MainWindow::SetUpPeerMessenger()
@@ -188,6 +245,8 @@ MainWindow::~MainWindow()
     delete dataSaver;
     delete timerManager;
     mp_ui.reset();
+    // Last: the widgets' destroyed signals still reach it.
+    delete sizeManager;
     gp_formHost = nullptr;
     mainWindow = nullptr;
 }

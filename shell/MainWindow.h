@@ -12,6 +12,7 @@
 #include <string>
 
 #include "shell/FormHost.h"
+#include "shell/ResizableWindow.h"
 #include "store/DataHandler.h"
 
 namespace Ui
@@ -52,8 +53,24 @@ public:
 public slots:
     void EveryFiveMinutes();
 
+public:
+    // The window as the size manager sees it.
+    class SizeProxy : public ResizableWindow
+    {
+    public:
+        int GetX() const override;
+        int GetY() const override;
+        int GetWidth() const override;
+        int GetHeight() const override;
+        void SetPosition(int i_x, int i_y) override;
+        void SetSize(int i_width, int i_height) override;
+    };
+
 protected:
     void closeEvent(QCloseEvent* ip_event) override;
+    // Both tell the size manager, unless the window is maximised: the normal geometry is kept.
+    void resizeEvent(QResizeEvent* ip_event) override;
+    void moveEvent(QMoveEvent* ip_event) override;
 
 private slots:
     void OnConnectMenuOptionClicked();
@@ -108,6 +125,7 @@ private:
     void UnshareSelectedFolders();
 
     std::unique_ptr<Ui::MainWindow> mp_ui;
+    SizeProxy m_sizeProxy;
     Server* mp_server = nullptr;
     UserListForm* mp_userListForm = nullptr;
     SearchForm* mp_searchForm = nullptr;

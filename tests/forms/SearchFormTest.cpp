@@ -204,7 +204,8 @@ TEST_F(SearchFormTest, RowsShowTheirColumnsAndBothOrdersRankUsers)
     lp_ann->child(0)->setExpanded(true);
     QPoint const l_at = lp_tree->visualItemRect(lp_zeta).center();
     EXPECT_EQ(MenuShownBy([&] { mp_search->OnSearchResultsContextMenuRequested(l_at); }),
-              L({"Download File", "Download Folder", "", "Message user", "Add user to list", "Browse user's files"}));
+              L({"Download File", "Download Folder", "", "Message user", "Add user to list", "Browse user's files", "",
+                 "Unshare files from user"}));
 }
 
 TEST_F(SearchFormTest, FilterMatchesFolderOrFileAndGivesTheSameRowsBeforeOrAfterResults)

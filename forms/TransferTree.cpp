@@ -158,7 +158,17 @@ TransferRow* TransferTree::FolderRow(TransferRow* ip_userRow, ItemPtr i_folder)
 TransferRow* TransferTree::AddEntry(ItemPtr i_entry)
 {
     if (TransferRow* lp_row = FileRowOf(i_entry))
+    {
+        // The pattern fires again when a part is replaced: a peer may offer another size.
+        long long const l_size = m_kind.mp_sizeOf(i_entry);
+        if (l_size != lp_row->m_size)
+        {
+            lp_row->m_size = l_size;
+            lp_row->setText(7, CommafyNumber(l_size));
+            ApplyContribution(lp_row, ContributionOf(lp_row->m_status, lp_row->m_position, l_size));
+        }
         return lp_row;
+    }
     ItemPtr const l_user = i_entry.HasItem("user");
     ItemPtr const l_folder = m_kind.mp_folderOf(i_entry);
     if (!l_user || !l_folder)

@@ -25,6 +25,7 @@
 #include "store/Data.h"
 #include "support/SavedGraph.h"
 #include "transfers/TransferQueueManager.h"
+#include "ui_MainWindow.h"
 
 namespace
 {
@@ -203,11 +204,22 @@ void BM_ProgressAt12800ReportsPerSecond(benchmark::State& io_state)
     {
         ItemPtr const l_entry =
             transferQueueManager->GetDownloadEntry(Name("user", l_user * 7), "file1.bin", "share\\folder3");
+        if (!l_entry)
+        {
+            io_state.SkipWithError("a seeded download is missing");
+            return;
+        }
         transferQueueManager->SetDownloadEntryStatus(l_entry, "downloading");
         l_runners.push_back({l_entry, "write_position"});
         GiveThread(l_runners.back());
     }
-    ItemPtr const l_upload = d.GetType("upload_entry")->GetItems().SortNumericBy("upload_order", true).front();
+    ItemSet const l_uploads = d.GetType("upload_entry")->GetItems();
+    if (l_uploads.empty())
+    {
+        io_state.SkipWithError("no upload to run");
+        return;
+    }
+    ItemPtr const l_upload = *l_uploads.begin();
     transferQueueManager->SetUploadEntryStatus(l_upload, "uploading");
     l_runners.push_back({l_upload, "read_position"});
     GiveThread(l_runners.back());
@@ -225,6 +237,7 @@ void BM_ProgressAt12800ReportsPerSecond(benchmark::State& io_state)
     long long l_reports = 0;
     int l_statusChanges = 0;
     double l_longestGap = 0;
+    double l_ranMs = 1;
     for (auto _ : io_state)
     {
         Clock::time_point const l_start = Clock::now();
@@ -267,7 +280,8 @@ void BM_ProgressAt12800ReportsPerSecond(benchmark::State& io_state)
         l_feed.stop();
         l_statuses.stop();
         l_watch.stop();
-        io_state.SetIterationTime(Ms(Clock::now() - l_start) / 1000.0);
+        l_ranMs = Ms(Clock::now() - l_start);
+        io_state.SetIterationTime(l_ranMs / 1000.0);
     }
     Spin(TransfersForm::s_redrawIntervalMs * 2);
     std::set<QTreeWidgetItem*> const l_rowsAfter = Rows();
@@ -277,7 +291,7 @@ void BM_ProgressAt12800ReportsPerSecond(benchmark::State& io_state)
     io_state.counters["rows_changed"] = l_rowsBefore == l_rowsAfter ? 0 : 1;
     std::printf("Progress run of %d s: %lld reports (%.0f a second), %d status changes; longest event-loop gap "
                 "%.1f ms; rows before %zu, after %zu, %s\n",
-                g_runSeconds, l_reports, static_cast<double>(l_reports) / g_runSeconds, l_statusChanges, l_longestGap,
+                g_runSeconds, l_reports, static_cast<double>(l_reports) * 1000.0 / l_ranMs, l_statusChanges, l_longestGap,
                 l_rowsBefore.size(), l_rowsAfter.size(), l_rowsBefore == l_rowsAfter ? "the same rows" : "ROWS CHANGED");
     std::printf("Summary: %s\n", qPrintable(Form()->findChild<QLabel*>(QStringLiteral("downloadsSummaryLabel"))->text()));
 }

@@ -351,6 +351,13 @@ TEST_F(TransfersFormTest, GroupTotalsFollowTheCountingRulesAndASingleFolderHasNo
     // A removal redraws the totals at once.
     transferQueueManager->RemoveDownload(l_waiting);
     EXPECT_EQ(BarText(lp_user), S("4,000 (66.7%)"));
+    // A size the peer offers in place of the one asked for counts from the next figures on.
+    l_running += d.GetType("file_size")->GetItem(Value(2000LL));
+    EXPECT_EQ(Row(l_running)->text(7), S("2,000"));
+    Progress(l_running, 1000, 250);
+    Redrawn();
+    EXPECT_EQ(BarText(lp_user), S("4,000 (57.1%)"));
+    EXPECT_EQ(BarText(Row(l_running)), S("1,000 (50.0%)"));
     (void)l_refused;
 }
 
@@ -535,6 +542,54 @@ TEST_F(TransfersFormTest, MenusAndOpeningTheFolderOfAFile)
     EXPECT_EQ(l_opened.m_paths, QStringList{l_folder});
     EXPECT_EQ(lp_row->toolTip(2), transferQueueManager->TargetOf(l_entry, false).File());
     (void)l_upload;
+}
+
+// Not part of the normal run: with TIDEWICK_SCREENSHOT_DIR set, both tabs with a row of every
+// kind are saved there as pictures to look at.
+TEST_F(TransfersFormTest, ScreenshotOfEveryStatus)
+{
+    QString const l_dir = qEnvironmentVariable("TIDEWICK_SCREENSHOT_DIR");
+    if (l_dir.isEmpty())
+        GTEST_SKIP() << "TIDEWICK_SCREENSHOT_DIR is not set";
+    mp_window->resize(1280, 760);
+    User("ann").NewItem("is_online");
+    ItemPtr const l_queued = Download("ann", "music\\rock", "a quiet song.mp3", 5120000);
+    transferQueueManager->OnDownloadPlaceInLine("ann", "music\\rock\\a quiet song.mp3", 3);
+    ItemPtr const l_running = Download("ann", "music\\rock", "loud song.flac", 31457280);
+    SetStatus(l_running, "downloading");
+    ItemPtr const l_done = Download("ann", "music\\jazz", "standard.mp3", 4194304);
+    SetStatus(l_done, "downloading");
+    Progress(l_done, 4194304, 180000);
+    Redrawn();
+    SetStatus(l_done, "complete");
+    Progress(l_running, 12582912, 262144);
+    ItemPtr const l_denied = Download("bob", "docs", "paper.pdf", 120000);
+    transferQueueManager->OnUploadDeniedNotification("bob", "docs\\paper.pdf", "File not shared.");
+    SetStatus(Download("bob", "docs", "notes.txt", 2048), "aborted");
+    SetStatus(Download("bob", "docs", "scan.tiff", 9000000), "local error");
+    SetStatus(Download("cat", "films", "one.mkv", 700000000), "complete");
+    Download("cat", "films", "two.mkv", 700000000);
+    Row(Download("cat", "films", "three.mkv", 700000000))->parent()->parent()->setExpanded(false);
+
+    ItemPtr const l_uploading = Upload("dave", "/home/me/share/music", "tune.ogg", 8388608);
+    transferQueueManager->SetUploadEntryStatus(l_uploading, "uploading");
+    Report(l_uploading, "read_position", 2097152, 524288);
+    Upload("erin", "/home/me/share/music", "other tune.ogg", 6000000);
+    ItemPtr const l_sent = Upload("frank", "/home/me/share/books", "novel.epub", 800000);
+    transferQueueManager->SetUploadEntryStatus(l_sent, "uploading");
+    Report(l_sent, "read_position", 800000, 90000);
+    Redrawn();
+    transferQueueManager->SetUploadEntryStatus(l_sent, "complete");
+    transferQueueManager->SetUploadEntryStatus(Upload("gus", "/home/me/share/books", "essay.pdf", 300000), "aborted");
+    Child<QSpinBox>(mp_transfers, "uploadLimitSpinBox")->setValue(512);
+
+    FocusTree(mp_downloads);
+    Redrawn();
+    EXPECT_TRUE(mp_window->grab().save(l_dir + S("/xform-downloads.png")));
+    FocusTree(mp_uploads);
+    Redrawn();
+    EXPECT_TRUE(mp_window->grab().save(l_dir + S("/xform-uploads.png")));
+    Child<QSpinBox>(mp_transfers, "uploadLimitSpinBox")->setValue(0);
 }
 
 #include "TransfersFormTest.moc"

@@ -1,14 +1,20 @@
 #include "forms/TransferFigures.h"
 
 #include <algorithm>
+#include <climits>
 
 #include "stream/NumberText.h"
 
 namespace TransferFigures
 {
-double Percent(long long i_done, long long i_size)
+double Percent(double i_done, double i_size)
 {
-    return i_size > 0 ? static_cast<double>(i_done) * 100.0 / static_cast<double>(i_size) : 100.0;
+    return i_size > 0 ? i_done * 100.0 / i_size : 100.0;
+}
+
+long long Shown(__int128 i_bytes)
+{
+    return static_cast<long long>(std::clamp<__int128>(i_bytes, LLONG_MIN, LLONG_MAX));
 }
 
 QString ProgressText(long long i_done, double i_percent)

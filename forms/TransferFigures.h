@@ -9,7 +9,9 @@
 namespace TransferFigures
 {
 // Bytes done of a size as a percentage; a size of 0 counts as done.
-double Percent(long long i_done, long long i_size);
+double Percent(double i_done, double i_size);
+// A sum of sizes brought back into the range that is shown.
+long long Shown(__int128 i_bytes);
 // "1,234 (12.5%)".
 QString ProgressText(long long i_done, double i_percent);
 // Bytes per second as KiB per second with one decimal.

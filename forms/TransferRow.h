@@ -23,12 +23,15 @@ public:
         File
     };
 
+    // Sizes are a peer's word: a group of them can add up beyond 64 bits.
+    using Bytes = __int128;
+
     // What an entry adds to its groups' progress, or a group's sum of them.
     struct Sums
     {
-        long long m_done = 0;
-        long long m_left = 0;
-        long long m_total = 0;
+        Bytes m_done = 0;
+        Bytes m_left = 0;
+        Bytes m_total = 0;
         int m_counted = 0;
 
         Sums& operator+=(Sums const& i_other);

@@ -90,7 +90,7 @@ private:
     void DrawFile(TransferRow* ip_row);
     // i_mayMakeBar: only progress gives a row its first bar.
     void DrawGroup(TransferRow* ip_row, bool i_mayMakeBar);
-    void SetBar(TransferRow* ip_row, long long i_done, long long i_size, bool i_mayMakeBar);
+    void SetBar(TransferRow* ip_row, long long i_done, double i_percent, bool i_mayMakeBar);
     void DrawSummary();
 
     TransferTreeKind const& m_kind;

@@ -97,7 +97,7 @@ void TransferTree::Redraw()
         DrawSummary();
 }
 
-void TransferTree::SetBar(TransferRow* ip_row, long long i_done, long long i_size, bool i_mayMakeBar)
+void TransferTree::SetBar(TransferRow* ip_row, long long i_done, double i_percent, bool i_mayMakeBar)
 {
     if (!ip_row->mp_bar)
     {
@@ -107,14 +107,14 @@ void TransferTree::SetBar(TransferRow* ip_row, long long i_done, long long i_siz
         ip_row->mp_bar->setMaximumHeight(14);
         mp_tree->setItemWidget(ip_row, 4, ip_row->mp_bar);
     }
-    double const l_percent = TransferFigures::Percent(i_done, i_size);
-    ip_row->mp_bar->setFormat(TransferFigures::ProgressText(i_done, l_percent));
-    ip_row->mp_bar->setValue(std::clamp(static_cast<int>(l_percent), 0, 100));
+    ip_row->mp_bar->setFormat(TransferFigures::ProgressText(i_done, i_percent));
+    ip_row->mp_bar->setValue(static_cast<int>(std::clamp(i_percent, 0.0, 100.0)));
 }
 
 void TransferTree::DrawFile(TransferRow* ip_row)
 {
-    SetBar(ip_row, ip_row->m_position, ip_row->m_size, true);
+    SetBar(ip_row, ip_row->m_position,
+           TransferFigures::Percent(static_cast<double>(ip_row->m_position), static_cast<double>(ip_row->m_size)), true);
     ip_row->setText(5, TransferFigures::EtaText(ip_row->m_size - ip_row->m_position, ip_row->m_speed));
     ip_row->setText(6, TransferFigures::KbsText(ip_row->m_speed));
 }
@@ -127,8 +127,9 @@ void TransferTree::DrawGroup(TransferRow* ip_row, bool i_mayMakeBar)
     TransferRow::Sums const& l_sums = ip_row->m_sums;
     if (l_sums.m_counted == 0 || (!ip_row->mp_bar && !i_mayMakeBar))
         return;
-    SetBar(ip_row, l_sums.m_done, l_sums.m_total, i_mayMakeBar);
-    ip_row->setText(5, TransferFigures::EtaText(l_sums.m_left, ip_row->m_lastSpeed));
+    SetBar(ip_row, TransferFigures::Shown(l_sums.m_done),
+           TransferFigures::Percent(static_cast<double>(l_sums.m_done), static_cast<double>(l_sums.m_total)), i_mayMakeBar);
+    ip_row->setText(5, TransferFigures::EtaText(TransferFigures::Shown(l_sums.m_left), ip_row->m_lastSpeed));
 }
 
 QProgressBar* TransferTree::BarOf(QTreeWidgetItem* ip_row)

@@ -1,6 +1,7 @@
 #include <QDesktopServices>
 
 #include "FormsFixture.h"
+#include "forms/TransferFigures.h"
 #include "forms/TransfersForm.h"
 #include "support/SavedGraph.h"
 #include "transfers/TransferQueueManager.h"
@@ -337,9 +338,9 @@ TEST_F(TransfersFormTest, GroupTotalsFollowTheCountingRulesAndASingleFolderHasNo
     EXPECT_EQ(BarText(lp_folder), S("<no bar>"));
     TransferRow::Sums const l_stats =
         mp_transfers->GetDownloadsProgressStats(mp_transfers->GetNodeDownloadEntryItems(lp_user));
-    EXPECT_EQ(l_stats.m_done, 3500);
-    EXPECT_EQ(l_stats.m_left, 4500);
-    EXPECT_EQ(l_stats.m_total, 8000);
+    EXPECT_EQ(TransferFigures::Shown(l_stats.m_done), 3500);
+    EXPECT_EQ(TransferFigures::Shown(l_stats.m_left), 4500);
+    EXPECT_EQ(TransferFigures::Shown(l_stats.m_total), 8000);
 
     // With a second folder each folder shows its own totals.
     ItemPtr const l_other = Download("ann", "films", "e.mkv", 2000);
@@ -373,6 +374,21 @@ TEST_F(TransfersFormTest, ASizeOfNothingIsDone)
     EXPECT_EQ(lp_row->text(5), S("   0s"));
     EXPECT_EQ(BarValue(lp_row->parent()->parent()), 100);
     EXPECT_EQ(lp_row->parent()->parent()->text(5), S("   0s"));
+}
+
+TEST_F(TransfersFormTest, SizesAPeerClaimsAddUpWithoutOverflow)
+{
+    long long const l_huge = std::numeric_limits<long long>::max();
+    ItemPtr const l_running = Download("eve", "big", "a.bin", l_huge);
+    SetStatus(Download("eve", "big", "b.bin", l_huge), "complete");
+    Download("eve", "big", "c.bin", l_huge);
+    SetStatus(l_running, "downloading");
+    Progress(l_running, 1LL << 62, 1);
+    Redrawn();
+    QTreeWidgetItem* lp_user = Row(l_running)->parent()->parent();
+    EXPECT_EQ(BarText(lp_user), S("9,223,372,036,854,775,807 (50.0%)"));
+    EXPECT_EQ(BarValue(lp_user), 50);
+    EXPECT_EQ(BarText(Row(l_running)), S("4,611,686,018,427,387,904 (50.0%)"));
 }
 
 TEST_F(TransfersFormTest, OfflineMarkOnDownloadsOnly)
@@ -563,7 +579,7 @@ TEST_F(TransfersFormTest, ScreenshotOfEveryStatus)
     Redrawn();
     SetStatus(l_done, "complete");
     Progress(l_running, 12582912, 262144);
-    ItemPtr const l_denied = Download("bob", "docs", "paper.pdf", 120000);
+    Download("bob", "docs", "paper.pdf", 120000);
     transferQueueManager->OnUploadDeniedNotification("bob", "docs\\paper.pdf", "File not shared.");
     SetStatus(Download("bob", "docs", "notes.txt", 2048), "aborted");
     SetStatus(Download("bob", "docs", "scan.tiff", 9000000), "local error");

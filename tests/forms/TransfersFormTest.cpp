@@ -569,7 +569,7 @@ TEST_F(TransfersFormTest, ScreenshotOfEveryStatus)
         GTEST_SKIP() << "TIDEWICK_SCREENSHOT_DIR is not set";
     mp_window->resize(1280, 760);
     User("ann").NewItem("is_online");
-    ItemPtr const l_queued = Download("ann", "music\\rock", "a quiet song.mp3", 5120000);
+    Download("ann", "music\\rock", "a quiet song.mp3", 5120000);
     transferQueueManager->OnDownloadPlaceInLine("ann", "music\\rock\\a quiet song.mp3", 3);
     ItemPtr const l_running = Download("ann", "music\\rock", "loud song.flac", 31457280);
     SetStatus(l_running, "downloading");

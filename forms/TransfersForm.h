@@ -84,6 +84,8 @@ private:
     void DeclareActions();
     void RemoveSelectedDownloads();
     void ToggleExpand(TransferTree& io_tree, bool i_users, char const* i_action);
+    // An expand action's text with the mark of its state.
+    static QString ExpandText(char const* i_what, bool i_on);
     void ShowMenu(TransferTree& io_tree, QPoint const& i_point);
     void OpenFolderOf(TransferTree const& i_tree, QTreeWidgetItem* ip_row);
     TransferTree& TreeOf(QTreeWidgetItem* ip_row);

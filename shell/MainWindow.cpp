@@ -26,6 +26,7 @@
 #include "forms/SearchForm.h"
 #include "forms/SharedFilesRescannedDialog.h"
 #include "forms/SharesForm.h"
+#include "forms/TransfersForm.h"
 #include "forms/UserListForm.h"
 #include "forms/WishListSearcher.h"
 #include "portforward/PortForwarder.h"
@@ -73,6 +74,8 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_ui->setupUi(this);
     addToolBar(Qt::TopToolBarArea, new ActionSetToolBar(this));
     mp_ui->diagnosticsTabLayout->addWidget(new DiagnosticsForm(mp_ui->diagnosticsTab));
+    mp_transfersForm = new TransfersForm(mp_ui->transfersTab);
+    mp_ui->transfersTabLayout->addWidget(mp_transfersForm);
     mp_userListForm = new UserListForm(mp_ui->usersTab);
     mp_ui->usersTabLayout->addWidget(mp_userListForm);
     mp_ui->actionDisconnect->setEnabled(false);
@@ -110,6 +113,8 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     connect(timerManager->HalfMinuteTimer(), &QTimer::timeout, transferQueueManager, &TransferQueueManager::EveryHalfMinute);
     connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, transferQueueManager, &TransferQueueManager::PeriodicCheck);
 
+    // Before the load, so that its listeners see the saved transfers arrive.
+    mp_transfersForm->Init();
     // The Shares page; its types hang on the received-share types of the shares manager.
     auto* lp_sharesForm = new SharesForm(mp_ui->sharesTab);
     mp_ui->sharesTabLayout->addWidget(lp_sharesForm);
@@ -295,6 +300,8 @@ void MainWindow::OnMainWindowTabChanged(int)
         mp_ui->optionsTabWidget->currentWidget()->setFocus(Qt::OtherFocusReason);
     else if (lp_page == mp_ui->usersTab)
         mp_userListForm->FocusCurrentPage();
+    else if (lp_page == mp_ui->transfersTab)
+        mp_transfersForm->FocusCurrentPage();
     else if (lp_page == mp_ui->chatTab)
         FocusCurrentTab(mp_ui->chatTabControl);
     else if (lp_page == mp_ui->roomsTab)

@@ -26,6 +26,7 @@ class QProgressBar;
 class QTreeWidgetItem;
 class RoomForm;
 class SearchForm;
+class TransfersForm;
 class Server;
 class UserListForm;
 
@@ -42,6 +43,7 @@ public:
     Ui::MainWindow* Widgets() { return mp_ui.get(); }
     UserListForm* UserList() { return mp_userListForm; }
     SearchForm* Search() { return mp_searchForm; }
+    TransfersForm* Transfers() { return mp_transfersForm; }
 
     QWidget* DialogParent() override { return this; }
 
@@ -129,6 +131,7 @@ private:
     Server* mp_server = nullptr;
     UserListForm* mp_userListForm = nullptr;
     SearchForm* mp_searchForm = nullptr;
+    TransfersForm* mp_transfersForm = nullptr;
     // Room list rows by the exact bytes of the room's name; rows never go away.
     QHash<QByteArray, QTreeWidgetItem*> m_roomRows;
     QLabel* mp_statusShareLabel = nullptr;

@@ -62,21 +62,6 @@ int FileRows(QTreeWidget* ip_tree)
     return l_files;
 }
 
-QStringList ActionTexts()
-{
-    QStringList l_texts;
-    for (QAction* lp_action : actionBar->actions()) l_texts << lp_action->text();
-    return l_texts;
-}
-
-bool Trigger(QString const& i_text)
-{
-    for (QAction* lp_action : actionBar->actions())
-        if (lp_action->text() == i_text)
-            return lp_action->trigger(), true;
-    return false;
-}
-
 std::size_t Count(char const* i_type) { return d.GetType(i_type)->ItemCount(); }
 } // namespace
 

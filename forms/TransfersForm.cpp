@@ -2,7 +2,11 @@
 
 #include <QShortcut>
 
+#include <algorithm>
+#include <utility>
+
 #include "shell/ActionSetToolBar.h"
+#include "shell/SizeManager.h"
 #include "store/Data.h"
 #include "store/Settings.h"
 #include "transfers/TransferQueueManager.h"
@@ -150,6 +154,11 @@ void TransfersForm::DataLoaded()
             Qt::UniqueConnection);
     connect(mp_ui->uploadLimitCheckBox, &QCheckBox::stateChanged, this,
             &TransfersForm::OnUploadSpeedLimitCheckStateChanged, Qt::UniqueConnection);
+    if (sizeManager && !std::exchange(m_sizesRegistered, true))
+    {
+        sizeManager->RegisterTreeWidget(QStringLiteral("download_list"), mp_ui->downloadsList);
+        sizeManager->RegisterTreeWidget(QStringLiteral("upload_list"), mp_ui->uploadsList);
+    }
 }
 
 void TransfersForm::FocusCurrentPage()

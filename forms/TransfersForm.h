@@ -95,4 +95,5 @@ private:
     TransferTree m_uploads;
     QTimer m_redrawTimer;
     bool m_transfersLoaded = false;
+    bool m_sizesRegistered = false;
 };

@@ -1,5 +1,7 @@
 #include "shares/MP3Tally.h"
 
+#include <cstring>
+
 #include "stream/NumberText.h"
 
 namespace
@@ -39,13 +41,20 @@ void MP3Tally::Clear()
 
 void MP3Tally::AddChunk(unsigned char const* ip_bytes, std::size_t i_length)
 {
-    for (std::size_t l_at = 0; l_at + 1 < i_length; ++l_at)
+    if (i_length < 2)
+        return;
+    // A candidate's first byte is 0xFF and its second is in the chunk.
+    unsigned char const* const lp_last = ip_bytes + i_length - 1;
+    for (unsigned char const* lp_at = ip_bytes; lp_at < lp_last; ++lp_at)
     {
-        if (ip_bytes[l_at] != 0xFF || (ip_bytes[l_at + 1] & 0xE0) != 0xE0)
-            continue;
-        if (l_at + 4 >= i_length)
+        lp_at = static_cast<unsigned char const*>(std::memchr(lp_at, 0xFF, static_cast<std::size_t>(lp_last - lp_at)));
+        if (!lp_at)
             return;
-        AddCandidate(ip_bytes + l_at);
+        if ((lp_at[1] & 0xE0) != 0xE0)
+            continue;
+        if (static_cast<std::size_t>(lp_at - ip_bytes) + 4 >= i_length)
+            return;
+        AddCandidate(lp_at);
     }
 }
 

@@ -34,6 +34,9 @@ public:
     // The folder's access as the File Sharing tab words it ("Everyone", "User List", or the
     // groups sorted and joined by ", "); nothing when the folder is not shared.
     std::optional<std::string> SharedFolderAccess(std::string const& i_path) const;
+    // Each shared file the data file keeps, as "folder/name", then its bit rate, its rate mode and
+    // "is_scanned", each where it has one; sorted.
+    std::vector<std::string> SavedSharedFiles() const;
     void Unshare(std::string const& i_user);
     bool IsUnshared(std::string const& i_user) const;
     void AddWishListItem(std::string const& i_search, bool i_enabled);

@@ -425,7 +425,7 @@ void TransferQueueManager::OnFileTransferResponse(std::string const& i_user, uns
 void TransferQueueManager::OnFileConnectionAccepted(std::string const& i_user, QTcpSocket* ip_socket)
 {
     ItemPtr const l_user = d.GetType("user")->HasItem(Value(i_user));
-    ItemSet const l_waiting = l_user ? l_user.GetItems("upload_entry").Connected(UploadsInStatus("connecting")) : ItemSet();
+    ItemSet const l_waiting = l_user ? l_user.GetItems("upload_entry").Common(UploadsInStatus("connecting")) : ItemSet();
     if (l_waiting.empty())
     {
         TransferLog(2, QStringLiteral("File connection from %1, but no upload is connecting; closing it").arg(QString::fromStdString(i_user)),

@@ -1,15 +1,5 @@
 #include "transfers/QueueFixture.h"
 
-namespace
-{
-QByteArray Content(int i_size)
-{
-    QByteArray l_bytes(i_size, '\0');
-    for (int l_index = 0; l_index < i_size; ++l_index)
-        l_bytes[l_index] = static_cast<char>(l_index * 7 + l_index / 251);
-    return l_bytes;
-}
-} // namespace
 
 TEST_F(QueueTest, RequestsAreAnsweredByTheEntrysStatus)
 {

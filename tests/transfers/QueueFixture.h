@@ -77,6 +77,14 @@ protected:
         EXPECT_FALSE(Offer(1, "f\\a", 30000).isEmpty());
         return Connect(1);
     }
+    // Bytes whose every position differs from its neighbours, so a shifted or cut copy shows.
+    static QByteArray Content(int i_size)
+    {
+        QByteArray l_bytes(i_size, '\0');
+        for (int l_index = 0; l_index < i_size; ++l_index)
+            l_bytes[l_index] = static_cast<char>(l_index * 7 + l_index / 251);
+        return l_bytes;
+    }
     QString Local(QString const& i_relative) const { return m_folder.filePath(i_relative); }
     void Write(QString const& i_relative, QByteArray const& i_bytes) const
     {

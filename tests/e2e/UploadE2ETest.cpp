@@ -14,7 +14,6 @@
 #include "shell/MainWindow.h"
 #include "store/Data.h"
 #include "store/DataSaver.h"
-#include "store/Log.h"
 #include "support/AppEnvironment.h"
 #include "support/WaitFor.h"
 
@@ -110,7 +109,6 @@ TEST(UploadEndToEnd, AFileFoundBySearchArrivesWholeFromALimitedUploader)
         ASSERT_TRUE(l_seed.Save(AppEnvironment::PrepareHome() + u"/.Tidewick"_s));
     }
     AppEnvironment::Window();
-    SetLogSink([](QString const& a, int, QString const& t, ItemPtr) { fprintf(stderr, "LOG %s: %s\n", qPrintable(a), qPrintable(t)); });
     ASSERT_TRUE(l_server.WaitForLine(u"login tim from"_s, c_wait));
 
     ASSERT_EQ(SearchFor(u"tidewater"_s, u"bob"_s, 2), u"Y"_s) << l_bob.Output().toStdString();
@@ -188,7 +186,7 @@ TEST(UploadEndToEnd, AStoppedDownloadGoesOnFromThePartialsLength)
     ASSERT_TRUE(l_carol.Start(l_server)) << l_carol.Output().toStdString();
     QString const l_done = l_carol.Complete(u"reef/reef.bin"_s);
     ASSERT_TRUE(WaitFor([&] { return QFileInfo(l_done).size() == l_content.size(); }, c_fileWaitMs))
-        << l_carol.Output().toStdString();
+        << l_carol.Output().toStdString() << l_bob.Output().toStdString();
     EXPECT_TRUE(ReadAll(l_done) == l_marker + l_content.mid(l_marker.size()));
     EXPECT_FALSE(QFileInfo::exists(l_part));
     l_carol.Stop();

@@ -13,7 +13,6 @@
 #include "shell/MainWindow.h"
 #include "store/Data.h"
 #include "store/DataSaver.h"
-#include "store/Log.h"
 #include "support/AppEnvironment.h"
 #include "support/WaitFor.h"
 
@@ -85,7 +84,6 @@ protected:
             ASSERT_TRUE(l_seed.Save(l_home + u"/.Tidewick"_s));
         }
         AppEnvironment::Window();
-        SetLogSink([](QString const& a, int, QString const& t, ItemPtr) { if (!a.contains(u"DNet"_s) && !a.contains(u"Distrib"_s)) fprintf(stderr, "LOG %s: %s\n", qPrintable(a), qPrintable(t)); });
         ASSERT_TRUE(s_server->WaitForLine(u"login una from"_s, c_wait));
         // A group's priority is not kept in the data file: it is set here, as the group dialog does.
         d.GetType("user_list_group")->GetItem("captains")->Connect(d.GetType("group_download_priority")->GetItem("5"));
@@ -153,6 +151,7 @@ TEST_F(UploadQueueEndToEnd, GroupPriorityThenPrivilegeThenArrivalDecideTheOrder)
     EXPECT_EQ(l_finished, (std::vector<std::string>{"dave/a.bin", "frank/e.bin", "erin/c.bin", "dave/b.bin"}));
     EXPECT_TRUE(ReadAll(lp_dave->Complete(u"pool/b.bin"_s)) == Shared("b.bin"));
     EXPECT_TRUE(ReadAll(lp_frank->Complete(u"pool/e.bin"_s)) == Shared("e.bin"));
+    EXPECT_TRUE(WaitFor([] { return UploadStatus("dave", "b.bin") == "complete"; }, c_wait));
     for (SeededClient* lp_client : {lp_dave.get(), lp_erin.get(), lp_frank.get()})
         lp_client->Stop();
 }
@@ -187,5 +186,6 @@ TEST_F(UploadQueueEndToEnd, AnUnsharedUserLosesTheRunningUploadUntilReshared)
     QString const l_done = lp_carol->Complete(u"pool/f.bin"_s);
     ASSERT_TRUE(WaitFor([&] { return QFileInfo::exists(l_done); }, c_fileWaitMs)) << lp_carol->Output().toStdString();
     EXPECT_TRUE(ReadAll(l_done) == Shared("f.bin"));
+    EXPECT_TRUE(WaitFor([] { return UploadStatus("carol", "f.bin") == "complete"; }, c_wait));
     lp_carol->Stop();
 }

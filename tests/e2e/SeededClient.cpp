@@ -19,7 +19,7 @@ constexpr int c_loginWaitMs = 20000;
 
 SeededClient::SeededClient(std::string i_name) : m_name(std::move(i_name)), m_seed(std::in_place)
 {
-    SeedIdentity(*m_seed, m_name, Home() + QStringLiteral("/dl"));
+    m_seed->SetIdentity(m_name, (Home() + QStringLiteral("/dl")).toStdString());
 }
 
 QString SeededClient::Complete(QString const& i_rest) const
@@ -77,15 +77,6 @@ std::vector<SavedGraph::Download> SeededClient::Stop()
     SavedGraph l_saved;
     l_saved.Load(DataFile());
     return l_saved.Downloads();
-}
-
-void SeedIdentity(SavedGraph& io_seed, std::string const& i_name, QString const& i_downloadFolder)
-{
-    io_seed.Set("global", "username", i_name);
-    io_seed.Set("global", "password", i_name + "-pw");
-    io_seed.Set("global", "use_upnp", "no");
-    io_seed.SetFreeListeningPort();
-    io_seed.Set("global", "download_folder", i_downloadFolder.toStdString());
 }
 
 std::string RemotePath(QString const& i_local)

@@ -48,8 +48,6 @@ private:
     int m_order = 0;
 };
 
-// A name with its password, a free listening port, no port mapping and the download folder.
-void SeedIdentity(SavedGraph& io_seed, std::string const& i_name, QString const& i_downloadFolder);
 // A file's path as peers name it: the separators of the network are backslashes.
 std::string RemotePath(QString const& i_local);
 QByteArray RandomBytes(qsizetype i_size, quint32 i_seed);

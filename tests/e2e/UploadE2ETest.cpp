@@ -105,7 +105,7 @@ TEST(UploadEndToEnd, AFileFoundBySearchArrivesWholeFromALimitedUploader)
     QString const l_downloads = AppEnvironment::PrepareHome() + u"/dl"_s;
     {
         SavedGraph l_seed;
-        SeedIdentity(l_seed, "tim", l_downloads);
+        l_seed.SetIdentity("tim", l_downloads.toStdString());
         ASSERT_TRUE(l_seed.Save(AppEnvironment::PrepareHome() + u"/.Tidewick"_s));
     }
     AppEnvironment::Window();

@@ -77,7 +77,7 @@ protected:
             ASSERT_TRUE(WriteFile(s_pool + u'/' + QLatin1String(l_name), RandomBytes(l_size, qHash(QLatin1String(l_name)))));
         {
             SavedGraph l_seed;
-            SeedIdentity(l_seed, "una", l_home + u"/dl"_s);
+            l_seed.SetIdentity("una", (l_home + u"/dl"_s).toStdString());
             l_seed.ShareFolder(s_pool.toStdString(), SavedGraph::Access::Everyone);
             l_seed.SetUploadLimit(c_limitKib, true);
             l_seed.ListUser("frank", {"captains"});

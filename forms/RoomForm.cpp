@@ -9,6 +9,7 @@
 #include "server/Server.h"
 #include "shell/ActionSetToolBar.h"
 #include "shell/FormHost.h"
+#include "shell/SizeManager.h"
 #include "store/Data.h"
 #include "store/PathNode.h"
 #include "ui_RoomForm.h"
@@ -101,9 +102,13 @@ void RoomForm::ListenToRoom(Item* ip_room)
 
 void RoomForm::Init()
 {
-    // The window-geometry manager will keep these once it exists; until then every form starts
-    // at the same sizes.
+    // Every room tab shares these sizes; the first tab ever made starts from these.
     mp_ui->splitter->setSizes({280, 250});
+    if (sizeManager)
+    {
+        sizeManager->RegisterSplitter(QStringLiteral("room_splitter"), mp_ui->splitter, {});
+        sizeManager->RegisterTreeWidget(QStringLiteral("room_user_list"), mp_ui->userList);
+    }
 }
 
 void RoomForm::SetAutojoinText(bool i_on)

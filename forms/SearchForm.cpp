@@ -16,6 +16,7 @@
 #include "shell/ActionSetToolBar.h"
 #include "shell/EventToolBar.h"
 #include "shell/FocusWidget.h"
+#include "shell/SizeManager.h"
 #include "store/Data.h"
 #include "ui_SearchForm.h"
 
@@ -86,7 +87,11 @@ void SearchForm::showEvent(QShowEvent* ip_event)
     QWidget::showEvent(ip_event);
     if (std::exchange(m_splitterPlaced, true))
         return;
-    mp_ui->searchSplitter->setSizes({qMax(0, mp_ui->searchSplitter->width() - 200), 200});
+    QList<int> const l_sizes{qMax(0, mp_ui->searchSplitter->width() - 200), 200};
+    mp_ui->searchSplitter->setSizes(l_sizes);
+    // Registered here rather than at start-up: only a shown splitter has a width to store.
+    if (sizeManager)
+        sizeManager->RegisterSplitter(QStringLiteral("wish_list_splitter"), mp_ui->searchSplitter, l_sizes);
 }
 
 void SearchForm::DeclareTypes()
@@ -238,6 +243,8 @@ SearchResultsForm* SearchForm::CreateSearchForm(unsigned int i_req, std::string 
         FocusWidget(lp_form->searchResults());
 
     QTreeWidget* lp_tree = lp_form->searchResults();
+    if (sizeManager)
+        sizeManager->RegisterTreeWidget(QStringLiteral("search_results"), lp_tree);
     lp_tree->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(lp_tree, &QWidget::customContextMenuRequested, this, &SearchForm::OnSearchResultsContextMenuRequested);
     connect(lp_form->filterEdit(), &QLineEdit::textChanged, this, &SearchForm::OnFilterTextChanged);

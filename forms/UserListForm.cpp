@@ -10,6 +10,7 @@
 #include "server/ServerSchema.h"
 #include "shell/ActionSetToolBar.h"
 #include "shell/ItemRow.h"
+#include "shell/SizeManager.h"
 #include "store/Data.h"
 #include "store/PathNode.h"
 #include "ui_UserListForm.h"
@@ -52,6 +53,8 @@ void UserListForm::Init()
     // The mark belongs to the share's access rule; whichever side starts first declares it.
     RelateOnce(lp_user, DeclareTypeOnce("unshared", false, true, true), Many, One, false);
 
+    if (sizeManager)
+        sizeManager->RegisterTreeWidget(QStringLiteral("user_list"), mp_ui->userList);
     mp_ui->userList->setSortingEnabled(false);
     for (Item* lp_listed : g("in_user_list").GetItems("user"))
     {

@@ -6,9 +6,14 @@ TIDEWICK_PACKAGES=(cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools lib
     libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev libminiupnpc-dev
     famfamfam-flag-png tango-icon-theme)
 
+# What the tests need beyond the build: the UPnP gateway test runs a real gateway daemon in
+# network namespaces of its own.
+TIDEWICK_TEST_PACKAGES=(iproute2 nftables miniupnpd miniupnpd-nftables)
+
+# tidewick_install_packages [extra packages...]
 tidewick_install_packages() {
     local missing=()
-    for pkg in "${TIDEWICK_PACKAGES[@]}"; do
+    for pkg in "${TIDEWICK_PACKAGES[@]}" "$@"; do
         if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
             missing+=("$pkg")
         fi

@@ -9,7 +9,9 @@
 #include <QFile>
 #include <QLabel>
 #include <QMenu>
+#include <QMoveEvent>
 #include <QProgressBar>
+#include <QResizeEvent>
 #include <QShortcut>
 #include <QStatusBar>
 #include <QTabBar>
@@ -24,6 +26,7 @@
 #include "forms/SearchForm.h"
 #include "forms/SharedFilesRescannedDialog.h"
 #include "forms/SharesForm.h"
+#include "forms/TransfersForm.h"
 #include "forms/UserListForm.h"
 #include "forms/WishListSearcher.h"
 #include "portforward/PortForwarder.h"
@@ -35,6 +38,7 @@
 #include "shell/FocusWidget.h"
 #include "shell/InformationBox.h"
 #include "shell/ShowState.h"
+#include "shell/SizeManager.h"
 #include "shell/TimerManager.h"
 #include "transfers/TransferQueueManager.h"
 #include "peer/PeerMessenger.h"
@@ -70,6 +74,8 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_ui->setupUi(this);
     addToolBar(Qt::TopToolBarArea, new ActionSetToolBar(this));
     mp_ui->diagnosticsTabLayout->addWidget(new DiagnosticsForm(mp_ui->diagnosticsTab));
+    mp_transfersForm = new TransfersForm(mp_ui->transfersTab);
+    mp_ui->transfersTabLayout->addWidget(mp_transfersForm);
     mp_userListForm = new UserListForm(mp_ui->usersTab);
     mp_ui->usersTabLayout->addWidget(mp_userListForm);
     mp_ui->actionDisconnect->setEnabled(false);
@@ -100,12 +106,15 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     SetUpPrivateChat();
     SetUpFileSharing();
 
+    new SizeManager();
     diagnosticsForm->Init();
 
     new TransferQueueManager();
     connect(timerManager->HalfMinuteTimer(), &QTimer::timeout, transferQueueManager, &TransferQueueManager::EveryHalfMinute);
     connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, transferQueueManager, &TransferQueueManager::PeriodicCheck);
 
+    // Before the load, so that its listeners see the saved transfers arrive.
+    mp_transfersForm->Init();
     // The Shares page; its types hang on the received-share types of the shares manager.
     auto* lp_sharesForm = new SharesForm(mp_ui->sharesTab);
     mp_ui->sharesTabLayout->addWidget(lp_sharesForm);
@@ -149,10 +158,63 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     new PathNode(lp_newPort, "global_value", TriggerConnected);
     ListenPath(lp_newPort, &MainWindow::OnNewListeningPortChanged);
 
+    sizeManager->RegisterResizableWindow(QStringLiteral("main_window"), &m_sizeProxy);
+    mp_ui->roomListSplitter->setSizes({width() - 220, 220});
+    sizeManager->RegisterSplitter(QStringLiteral("room_list_splitter"), mp_ui->roomListSplitter, {});
+    sizeManager->RegisterTreeWidget(QStringLiteral("room_list"), mp_ui->roomList);
+
     mp_searchForm->Init();
     mp_userListForm->Init();
 
     connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, this, &MainWindow::EveryFiveMinutes);
+}
+
+void MainWindow::resizeEvent(QResizeEvent* ip_event)
+{
+    QMainWindow::resizeEvent(ip_event);
+    if (!isMaximized())
+        emit m_sizeProxy.WindowResized(ip_event->size().width(), ip_event->size().height());
+}
+
+void MainWindow::moveEvent(QMoveEvent* ip_event)
+{
+    QMainWindow::moveEvent(ip_event);
+    // The event tells where the frame went; the place is kept as geometry() has it, which is
+    // what SetPosition gives back, so that it does not creep by the frame's width at each start.
+    if (!isMaximized())
+        emit m_sizeProxy.WindowMoved(geometry().x(), geometry().y());
+}
+
+int MainWindow::SizeProxy::GetX() const
+{
+    return mainWindow->geometry().x();
+}
+
+int MainWindow::SizeProxy::GetY() const
+{
+    return mainWindow->geometry().y();
+}
+
+int MainWindow::SizeProxy::GetWidth() const
+{
+    return mainWindow->geometry().width();
+}
+
+int MainWindow::SizeProxy::GetHeight() const
+{
+    return mainWindow->geometry().height();
+}
+
+void MainWindow::SizeProxy::SetPosition(int i_x, int i_y)
+{
+    QRect const l_now = mainWindow->geometry();
+    mainWindow->setGeometry(i_x, i_y, l_now.width(), l_now.height());
+}
+
+void MainWindow::SizeProxy::SetSize(int i_width, int i_height)
+{
+    QRect const l_now = mainWindow->geometry();
+    mainWindow->setGeometry(l_now.x(), l_now.y(), i_width, i_height);
 }
 
 void MainWindow::SetUpPeerMessenger()
@@ -188,6 +250,8 @@ MainWindow::~MainWindow()
     delete dataSaver;
     delete timerManager;
     mp_ui.reset();
+    // Last: the widgets' destroyed signals still reach it.
+    delete sizeManager;
     gp_formHost = nullptr;
     mainWindow = nullptr;
 }
@@ -224,7 +288,6 @@ void MainWindow::DisableControlsNotYetBuilt()
     // Each line goes when the work behind its control lands. The use_upnp setting keeps its
     // value meanwhile: the disabled box still shows it and cannot change it.
     DisableWithReason(mp_ui->actionData, QStringLiteral("Coming with the data browser"));
-    DisableWithReason(mp_ui->uPnPCheckBox, QStringLiteral("Coming with UPnP port mapping"));
 }
 
 void MainWindow::OnMainWindowTabChanged(int)
@@ -237,6 +300,8 @@ void MainWindow::OnMainWindowTabChanged(int)
         mp_ui->optionsTabWidget->currentWidget()->setFocus(Qt::OtherFocusReason);
     else if (lp_page == mp_ui->usersTab)
         mp_userListForm->FocusCurrentPage();
+    else if (lp_page == mp_ui->transfersTab)
+        mp_transfersForm->FocusCurrentPage();
     else if (lp_page == mp_ui->chatTab)
         FocusCurrentTab(mp_ui->chatTabControl);
     else if (lp_page == mp_ui->roomsTab)

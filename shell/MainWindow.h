@@ -12,6 +12,7 @@
 #include <string>
 
 #include "shell/FormHost.h"
+#include "shell/ResizableWindow.h"
 #include "store/DataHandler.h"
 
 namespace Ui
@@ -25,6 +26,7 @@ class QProgressBar;
 class QTreeWidgetItem;
 class RoomForm;
 class SearchForm;
+class TransfersForm;
 class Server;
 class UserListForm;
 
@@ -41,6 +43,7 @@ public:
     Ui::MainWindow* Widgets() { return mp_ui.get(); }
     UserListForm* UserList() { return mp_userListForm; }
     SearchForm* Search() { return mp_searchForm; }
+    TransfersForm* Transfers() { return mp_transfersForm; }
 
     QWidget* DialogParent() override { return this; }
 
@@ -52,8 +55,24 @@ public:
 public slots:
     void EveryFiveMinutes();
 
+public:
+    // The window as the size manager sees it.
+    class SizeProxy : public ResizableWindow
+    {
+    public:
+        int GetX() const override;
+        int GetY() const override;
+        int GetWidth() const override;
+        int GetHeight() const override;
+        void SetPosition(int i_x, int i_y) override;
+        void SetSize(int i_width, int i_height) override;
+    };
+
 protected:
     void closeEvent(QCloseEvent* ip_event) override;
+    // Both tell the size manager, unless the window is maximised: the normal geometry is kept.
+    void resizeEvent(QResizeEvent* ip_event) override;
+    void moveEvent(QMoveEvent* ip_event) override;
 
 private slots:
     void OnConnectMenuOptionClicked();
@@ -108,9 +127,11 @@ private:
     void UnshareSelectedFolders();
 
     std::unique_ptr<Ui::MainWindow> mp_ui;
+    SizeProxy m_sizeProxy;
     Server* mp_server = nullptr;
     UserListForm* mp_userListForm = nullptr;
     SearchForm* mp_searchForm = nullptr;
+    TransfersForm* mp_transfersForm = nullptr;
     // Room list rows by the exact bytes of the room's name; rows never go away.
     QHash<QByteArray, QTreeWidgetItem*> m_roomRows;
     QLabel* mp_statusShareLabel = nullptr;

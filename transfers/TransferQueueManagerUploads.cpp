@@ -14,6 +14,7 @@
 #include "server/ServerSchema.h"
 #include "shares/SharedFoldersManager.h"
 #include "store/Data.h"
+#include "store/ItemRange.h"
 #include "store/Settings.h"
 #include "stream/MemStream.h"
 #include "transfers/TransferQueueManager.h"
@@ -45,6 +46,21 @@ ItemSet UploadsInStatus(char const* i_status)
 {
     ItemPtr const l_status = d.GetType("upload_entry_status")->HasItem(Value(i_status));
     return l_status ? l_status.GetItems("upload_entry") : ItemSet();
+}
+
+// The entries in a status, walked without a copy: the hot paths meet every queued entry.
+ItemRange UploadsInStatusRange(char const* i_status)
+{
+    Item* const lp_status = d.GetType("upload_entry_status")->HasItem(Value(i_status));
+    return lp_status ? lp_status->ConnectedOfType(d.GetType("upload_entry")) : ItemRange();
+}
+
+bool AnyUploadActive()
+{
+    for (char const* lp_status : s_activeUploadStatuses)
+        if (!UploadsInStatusRange(lp_status).empty())
+            return true;
+    return false;
 }
 
 QString UserName(ItemPtr i_entry)
@@ -227,17 +243,25 @@ void TransferQueueManager::DetermineUploadsEffectiveOrder()
 
 void TransferQueueManager::StartNewUploads()
 {
-    for (char const* lp_status : s_activeUploadStatuses)
-        if (!UploadsInStatus(lp_status).empty())
-            return;
+    if (AnyUploadActive())
+        return;
+    Type* const lp_userType = d.GetType("user");
+    Type* const lp_onlineType = d.GetType("is_online");
+    Type* const lp_placeType = d.GetType("effective_upload_order");
     Item* lp_next = nullptr;
     long long l_nextPlace = 0;
-    for (Item* lp_entry : UploadsInStatus("queued"))
+    for (Item* lp_entry : UploadsInStatusRange("queued"))
     {
-        ItemPtr const l_user = ItemPtr(lp_entry).HasItem("user");
-        if (!l_user.HasItem("is_online"))
+        Item* const lp_user = lp_entry->GetItem(lp_userType);
+        if (!lp_user || !lp_user->IsConnected(lp_onlineType))
             continue;
-        long long const l_place = NumberOf(lp_entry, "effective_upload_order");
+        Item* const lp_place = lp_entry->GetItem(lp_placeType);
+        long long l_place = 0;
+        if (lp_place)
+        {
+            std::string_view const l_text = lp_place->AsView();
+            std::from_chars(l_text.data(), l_text.data() + l_text.size(), l_place);
+        }
         if (!lp_next || l_place < l_nextPlace)
         {
             lp_next = lp_entry;
@@ -321,15 +345,12 @@ void TransferQueueManager::RemoveUpload(ItemPtr i_entry)
 
 bool TransferQueueManager::IsFreeToUpload() const
 {
-    for (char const* lp_status : s_activeUploadStatuses)
-        if (!UploadsInStatus(lp_status).empty())
-            return false;
-    return true;
+    return !AnyUploadActive();
 }
 
 int TransferQueueManager::QueuedUploadCount() const
 {
-    return static_cast<int>(UploadsInStatus("queued").size());
+    return static_cast<int>(UploadsInStatusRange("queued").size());
 }
 
 void TransferQueueManager::UnshareUser(std::string const& i_user)

@@ -31,10 +31,17 @@ bool ClientProcess::Start()
     {
         SavedGraph l_seed;
         l_seed.SetFreeListeningPort();
+        l_seed.Set("global", "use_upnp", "no");
         l_seed.Save(DataFile());
     }
     m_process.start();
     return m_process.waitForStarted(10000);
+}
+
+void ClientProcess::IsolateNetwork()
+{
+    m_process.setProgram(QStringLiteral("unshare"));
+    m_process.setArguments({QStringLiteral("--net"), QStringLiteral("--"), QStringLiteral(TIDEWICK_CLIENT_BIN)});
 }
 
 bool ClientProcess::Terminate(int i_timeoutMs)

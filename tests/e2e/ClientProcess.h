@@ -14,8 +14,11 @@ public:
     QString Home() const { return m_home.path(); }
     QString DataFile() const { return m_home.path() + QStringLiteral("/.Tidewick"); }
 
-    // A home without a data file gets one holding only a free listening port.
+    // A home without a data file gets one holding only a free listening port and UPnP off.
     bool Start();
+    // Runs the client in a network namespace of its own with no interface up, for a test of the
+    // UPnP default: its search for a gateway then reaches nothing. Needs root.
+    void IsolateNetwork();
     bool IsRunning() const { return m_process.state() == QProcess::Running; }
     qint64 Pid() const { return m_process.processId(); }
     // Sends SIGTERM and waits; true if the process exited normally within the time.

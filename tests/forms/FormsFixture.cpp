@@ -3,7 +3,9 @@
 QStringList MenuShownBy(std::function<void()> const& i_request)
 {
     QStringList l_texts{QStringLiteral("<no menu>")};
-    QTimer::singleShot(100, [&l_texts] {
+    // The timer goes with the call: when no menu opened, it must not fire into a later one.
+    QObject l_scope;
+    QTimer::singleShot(100, &l_scope, [&l_texts] {
         for (QWidget* lp_widget : QApplication::topLevelWidgets())
         {
             auto* lp_menu = qobject_cast<QMenu*>(lp_widget);
@@ -18,6 +20,21 @@ QStringList MenuShownBy(std::function<void()> const& i_request)
     i_request();
     QApplication::processEvents();
     return l_texts;
+}
+
+QStringList ActionTexts()
+{
+    QStringList l_texts;
+    for (QAction* lp_action : actionBar->actions()) l_texts << lp_action->text();
+    return l_texts;
+}
+
+bool Trigger(QString const& i_text)
+{
+    for (QAction* lp_action : actionBar->actions())
+        if (lp_action->text() == i_text)
+            return lp_action->trigger(), true;
+    return false;
 }
 
 void FormsTest::SetUp()

@@ -36,6 +36,11 @@ QList<Dialog*> OpenDialogs()
 // "<no menu>" when none opened.
 QStringList MenuShownBy(std::function<void()> const& i_request);
 
+// The texts of the tool bar's actions on show, and a press on the one with the text; false when
+// none has it.
+QStringList ActionTexts();
+bool Trigger(QString const& i_text);
+
 inline void PrintTo(QString const& i_text, std::ostream* op_stream) { *op_stream << i_text.toStdString(); }
 
 // The download queue in its order, each entry as "user|folder|name|size".

@@ -237,7 +237,8 @@ TEST_F(RoomsTest, UserRowsComeOnceWithTheLastNumberAndSortByValue)
     Front(lp_form);
     QRect const l_rowRect = lp_list->visualItemRect(l_row("eve"));
     EXPECT_EQ(MenuShownBy([&] { lp_form->OnUserListContextMenuRequested(l_rowRect.center()); }),
-              (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list"), QStringLiteral("Browse user's files")}));
+              (QStringList{QStringLiteral("Message user"), QStringLiteral("Add user to list"), QStringLiteral("Browse user's files"),
+                           QString(), QStringLiteral("Unshare files from user")}));
     QPoint const l_beside(5, lp_list->viewport()->height() - 2);
     ASSERT_FALSE(lp_list->itemAt(l_beside));
     EXPECT_EQ(MenuShownBy([&] { lp_form->OnUserListContextMenuRequested(l_beside); }),

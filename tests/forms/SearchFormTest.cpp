@@ -62,21 +62,6 @@ int FileRows(QTreeWidget* ip_tree)
     return l_files;
 }
 
-QStringList ActionTexts()
-{
-    QStringList l_texts;
-    for (QAction* lp_action : actionBar->actions()) l_texts << lp_action->text();
-    return l_texts;
-}
-
-bool Trigger(QString const& i_text)
-{
-    for (QAction* lp_action : actionBar->actions())
-        if (lp_action->text() == i_text)
-            return lp_action->trigger(), true;
-    return false;
-}
-
 std::size_t Count(char const* i_type) { return d.GetType(i_type)->ItemCount(); }
 } // namespace
 
@@ -204,7 +189,8 @@ TEST_F(SearchFormTest, RowsShowTheirColumnsAndBothOrdersRankUsers)
     lp_ann->child(0)->setExpanded(true);
     QPoint const l_at = lp_tree->visualItemRect(lp_zeta).center();
     EXPECT_EQ(MenuShownBy([&] { mp_search->OnSearchResultsContextMenuRequested(l_at); }),
-              L({"Download File", "Download Folder", "", "Message user", "Add user to list", "Browse user's files"}));
+              L({"Download File", "Download Folder", "", "Message user", "Add user to list", "Browse user's files", "",
+                 "Unshare files from user"}));
 }
 
 TEST_F(SearchFormTest, FilterMatchesFolderOrFileAndGivesTheSameRowsBeforeOrAfterResults)

@@ -13,12 +13,14 @@ MainWindow* AppEnvironment::Window()
 {
     if (!mainWindow)
     {
-        // A home without a data file gets one holding only a free listening port.
+        // A home without a data file gets one holding only a free listening port, and UPnP off:
+        // a test window never looks for a gateway on the machine's network.
         QString const l_file = PrepareHome() + QStringLiteral("/.Tidewick");
         if (!QFile::exists(l_file))
         {
             SavedGraph l_seed;
             l_seed.SetFreeListeningPort();
+            l_seed.Set("global", "use_upnp", "no");
             l_seed.Save(l_file);
         }
         // Deliberately never destroyed during the run: the process ends after the tests.

@@ -563,7 +563,8 @@ TEST_F(DownloadFromRealClient, WholeFilesArriveInTheirLastFolder)
 
     EXPECT_TRUE(m_fetcher.Finished(QStringLiteral("albums/first.bin"), l_first)) << m_fetcher.Output().toStdString();
     EXPECT_TRUE(m_fetcher.Finished(QStringLiteral("singles/second.bin"), l_second));
-    EXPECT_TRUE(QDir(m_fetcher.Downloading()).isEmpty());
+    // The emptied folders go just after the file is moved.
+    EXPECT_TRUE(WaitFor([&] { return QDir(m_fetcher.Downloading()).isEmpty(); }, 5000));
     std::vector<SavedGraph::Download> const l_saved = m_fetcher.Stop();
     EXPECT_EQ(StatusOf(l_saved, "first.bin"), "complete");
     EXPECT_EQ(StatusOf(l_saved, "second.bin"), "complete");

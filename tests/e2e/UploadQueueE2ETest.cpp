@@ -47,6 +47,16 @@ bool HasUploadsTo(std::string const& i_user)
     return l_user && !l_user.GetItems("upload_entry").empty();
 }
 
+// Whether the Uploads tab shows a row of the user.
+bool HasUploadRow(QString const& i_user)
+{
+    auto* lp_tree = mainWindow->findChild<QTreeWidget*>(u"uploadsList"_s);
+    for (int l_row = 0; lp_tree && l_row < lp_tree->topLevelItemCount(); ++l_row)
+        if (lp_tree->topLevelItem(l_row)->text(0) == i_user)
+            return true;
+    return false;
+}
+
 // Triggers the entry of the user's menu as the user does; false when the menu lacks it.
 bool TriggerUserMenu(std::string const& i_user, QString const& i_text)
 {
@@ -162,8 +172,10 @@ TEST_F(UploadQueueEndToEnd, AnUnsharedUserLosesTheRunningUploadUntilReshared)
     QString const l_part = lp_carol->Downloading(u"pool/f.bin"_s);
     ASSERT_TRUE(WaitFor([&] { return QFileInfo(l_part).size() >= 256 << 10; }, c_wait)) << lp_carol->Output().toStdString();
 
+    EXPECT_TRUE(HasUploadRow(u"carol"_s));
     ASSERT_TRUE(TriggerUserMenu("carol", u"Unshare files from user"_s));
     EXPECT_FALSE(HasUploadsTo("carol"));
+    EXPECT_TRUE(WaitFor([] { return !HasUploadRow(u"carol"_s); }, 2000));
     // What was on its way when the upload stopped is given time to land.
     WaitFor([] { return false; }, 1000);
     qint64 const l_stoppedAt = QFileInfo(l_part).size();

@@ -80,6 +80,21 @@ void SavedGraph::SetFreeListeningPort()
     Set("global", "listening_port", std::to_string(FreePort()));
 }
 
+void SavedGraph::SetIdentity(std::string const& i_name, std::string const& i_downloadFolder)
+{
+    Set("global", "username", i_name);
+    Set("global", "password", i_name + "-pw");
+    Set("global", "use_upnp", "no");
+    SetFreeListeningPort();
+    Set("global", "download_folder", i_downloadFolder);
+}
+
+void SavedGraph::SetUploadLimit(int i_kibPerSecond, bool i_enabled)
+{
+    Set("global", "upload_speed_limit", std::to_string(i_kibPerSecond));
+    Set("global", "upload_speed_limit_enabled", i_enabled ? "yes" : "no");
+}
+
 std::optional<std::string> SavedGraph::Setting(char const* i_keyType, std::string const& i_key) const
 {
     ItemPtr const l_value = m_data.GetType(i_keyType)->HasItem(i_key)["global_value"];

@@ -21,6 +21,11 @@ public:
     void Set(char const* i_keyType, std::string const& i_key, std::string const& i_value);
     // A listening port of its own, so that clients of tests never meet on the default one.
     void SetFreeListeningPort();
+    // A client of its own: the name with the password "<name>-pw", a free listening port, no
+    // port mapping, and the folder downloads go to.
+    void SetIdentity(std::string const& i_name, std::string const& i_downloadFolder);
+    // The upload speed limit in KiB/s and whether it is in force, as the Transfers tab keeps them.
+    void SetUploadLimit(int i_kibPerSecond, bool i_enabled);
     std::optional<std::string> Setting(char const* i_keyType, std::string const& i_key) const;
     void AddAutojoinRoom(std::string const& i_room);
     bool IsAutojoinRoom(std::string const& i_room) const;

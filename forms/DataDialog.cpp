@@ -125,8 +125,11 @@ void DataDialog::FetchChildrenInSight()
         {
             if (!lp_view->isExpanded(l_node))
                 continue;
-            QRect const l_last = lp_view->visualRect(mp_treeModel->index(mp_treeModel->rowCount(l_node) - 1, 0, l_node));
-            if (l_last.isValid() && l_last.top() <= l_bottom)
+            // The last child made, or the node itself when the removal of items took them all.
+            int const l_children = mp_treeModel->rowCount(l_node);
+            QRect const l_last =
+                lp_view->visualRect(l_children > 0 ? mp_treeModel->index(l_children - 1, 0, l_node) : l_node);
+            if (l_last.isValid() && l_last.bottom() >= 0 && l_last.top() <= l_bottom)
             {
                 mp_treeModel->fetchMore(l_node);
                 l_fetched = true;

@@ -44,6 +44,9 @@ DataDialog::DataDialog(Data* ip_data, QWidget* ip_parent)
     connect(lp_scrollBar, &QScrollBar::valueChanged, this, &DataDialog::FetchChildrenInSight);
     connect(lp_scrollBar, &QScrollBar::rangeChanged, this, &DataDialog::FetchChildrenInSight);
 
+    m_countTimer.setSingleShot(true);
+    m_countTimer.setInterval(0);
+    connect(&m_countTimer, &QTimer::timeout, this, &DataDialog::ShowChangedCounts);
     mp_data->m_itemAddedEvent.Add(MakeHandler(&DataDialog::OnItemAdded));
     mp_data->m_itemRemovedEvent.Add(MakeHandler(&DataDialog::OnItemRemoved));
 }
@@ -51,6 +54,22 @@ DataDialog::DataDialog(Data* ip_data, QWidget* ip_parent)
 DataDialog::~DataDialog()
 {
     RemoveDataHandlers();
+}
+
+void DataDialog::CountChanged(Type* ip_type)
+{
+    // Resizing the columns to the new text costs more than the event itself, so the counts of
+    // a burst of events are written once, before the next paint.
+    m_changedCounts.insert(ip_type);
+    if (!m_countTimer.isActive())
+        m_countTimer.start();
+}
+
+void DataDialog::ShowChangedCounts()
+{
+    for (Type* lp_type : m_changedCounts)
+        ShowCount(lp_type, lp_type->ItemCount());
+    m_changedCounts.clear();
 }
 
 void DataDialog::ShowCount(Type* ip_type, std::size_t i_count)
@@ -144,15 +163,15 @@ void DataDialog::OnItemAdded(Item* ip_item)
     // An earlier listener of the same event may have removed it already.
     if (ip_item->IsRemoved())
         return;
-    ShowCount(ip_item->GetType(), ip_item->GetType()->ItemCount());
+    CountChanged(ip_item->GetType());
     if (ip_item->GetType() == mp_selectedType)
         mp_itemModel->Add(ip_item);
 }
 
 void DataDialog::OnItemRemoved(Item* ip_item)
 {
-    // The item leaves its type's index only after its removal has been announced.
-    ShowCount(ip_item->GetType(), ip_item->GetType()->ItemCount() - 1);
+    // Counted once the item has left its type's index, which is after its removal is announced.
+    CountChanged(ip_item->GetType());
     if (ip_item->GetType() == mp_selectedType)
         mp_itemModel->Remove(ip_item);
     if (ip_item == mp_clickedItem)

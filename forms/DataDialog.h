@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QDialog>
+#include <QTimer>
 #include <memory>
 #include <set>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "store/DataHandler.h"
 
@@ -35,11 +37,13 @@ private slots:
     void OnDataSubItemExpanded(QModelIndex const& i_index);
     // Makes the next batch of every opened node whose last child made is in sight.
     void FetchChildrenInSight();
+    void ShowChangedCounts();
 
 private:
     void OnItemAdded(Item* ip_item);
     void OnItemRemoved(Item* ip_item);
     void AddItemSubnodes(QModelIndex const& i_node, std::set<Type*> const& i_types);
+    void CountChanged(Type* ip_type);
     void ShowCount(Type* ip_type, std::size_t i_count);
     void ClearItemDataTree();
 
@@ -51,4 +55,6 @@ private:
     Type* mp_selectedType = nullptr;
     Item* mp_clickedItem = nullptr;
     bool m_fetching = false;
+    std::unordered_set<Type*> m_changedCounts;
+    QTimer m_countTimer;
 };

@@ -20,6 +20,7 @@
 #include "stream/MemStream.h"
 #include "stream/PathNames.h"
 #include "transfers/DownloadThread.h"
+#include "transfers/TransferParts.h"
 #include "transfers/TransferSupport.h"
 #include "transfers/UploadThread.h"
 
@@ -246,32 +247,7 @@ void TransferQueueManager::SetDownloadEntryStatus(ItemPtr i_entry, std::string c
 
 void TransferQueueManager::TakeDownTransfer(ItemPtr i_entry)
 {
-    if (ItemPtr const l_thread = i_entry.HasItem("download_thread"))
-    {
-        auto* lp_thread = l_thread.AsPointer<DownloadThread>();
-        l_thread.Remove();
-        lp_thread->SignalExit();
-        lp_thread->wait();
-        lp_thread->deleteLater();
-    }
-    if (ItemPtr const l_file = i_entry.HasItem("download_file"))
-    {
-        auto* lp_file = l_file.AsPointer<QFile>();
-        l_file.Remove();
-        lp_file->close();
-        delete lp_file;
-    }
-    if (ItemPtr const l_socket = i_entry.HasItem("download_socket"))
-    {
-        auto* lp_socket = l_socket.AsPointer<QTcpSocket>();
-        l_socket.Remove();
-        QObject::disconnect(lp_socket, nullptr, nullptr, nullptr);
-        lp_socket->close();
-        lp_socket->deleteLater();
-    }
-    for (char const* lp_type : {"write_position", "bytes_per_second"})
-        if (ItemPtr const l_item = i_entry.HasItem(lp_type))
-            l_item.Remove();
+    TakeDownTransferParts<DownloadThread>(i_entry, {"download_thread", "download_file", "download_socket", "write_position"});
 }
 
 void TransferQueueManager::OnWritePositionRemoved(Item* ip_item)

@@ -1,5 +1,4 @@
 #include <QFile>
-#include <QPointer>
 #include <QTcpSocket>
 #include <QtEndian>
 
@@ -8,6 +7,7 @@
 #include "store/Settings.h"
 #include "stream/PathNames.h"
 #include "transfers/DownloadThread.h"
+#include "transfers/TransferParts.h"
 #include "transfers/TransferQueueManager.h"
 #include "transfers/TransferSupport.h"
 
@@ -153,19 +153,7 @@ void TransferQueueManager::StartThread(ItemPtr i_entry, QTcpSocket* ip_socket, Q
     connect(lp_thread, &DownloadThread::DownloadError, this, &TransferQueueManager::OnDownloadError);
     connect(lp_thread, &DownloadThread::DownloadProgress, this, &TransferQueueManager::OnDownloadProgress);
     connect(lp_thread, &DownloadThread::DownloadComplete, this, &TransferQueueManager::OnDownloadComplete);
-    // The socket is handed over from within its own readyRead delivery, whose caller still
-    // touches it afterwards: it moves to the thread from the next turn of the event loop on.
-    QPointer<DownloadThread> const l_thread(lp_thread);
-    QMetaObject::invokeMethod(
-        this,
-        [l_thread, ip_socket]
-        {
-            if (!l_thread || !d.GetType("download_thread")->HasItem(Value(l_thread.data())))
-                return;
-            ip_socket->moveToThread(l_thread);
-            l_thread->start();
-        },
-        Qt::QueuedConnection);
+    StartOnNextTurn(this, lp_thread, ip_socket, "download_thread");
 }
 
 ItemPtr TransferQueueManager::EntryOfSender() const

@@ -1,6 +1,5 @@
 #include <QDateTime>
 #include <QFile>
-#include <QPointer>
 #include <QTcpSocket>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 #include "store/ItemRange.h"
 #include "store/Settings.h"
 #include "stream/MemStream.h"
+#include "transfers/TransferParts.h"
 #include "transfers/TransferQueueManager.h"
 #include "transfers/TransferSupport.h"
 #include "transfers/UploadThread.h"
@@ -301,33 +301,7 @@ void TransferQueueManager::SetUploadEntryStatus(ItemPtr i_entry, std::string con
 
 void TransferQueueManager::TakeDownUpload(ItemPtr i_entry)
 {
-    if (ItemPtr const l_thread = i_entry.HasItem("upload_thread"))
-    {
-        auto* lp_thread = l_thread.AsPointer<UploadThread>();
-        l_thread.Remove();
-        lp_thread->SignalExit();
-        lp_thread->wait();
-        lp_thread->deleteLater();
-    }
-    if (ItemPtr const l_file = i_entry.HasItem("upload_file"))
-    {
-        auto* lp_file = l_file.AsPointer<QFile>();
-        l_file.Remove();
-        lp_file->close();
-        delete lp_file;
-    }
-    if (ItemPtr const l_socket = i_entry.HasItem("upload_socket"))
-    {
-        auto* lp_socket = l_socket.AsPointer<QTcpSocket>();
-        l_socket.Remove();
-        QObject::disconnect(lp_socket, nullptr, nullptr, nullptr);
-        lp_socket->close();
-        lp_socket->deleteLater();
-    }
-    // Their values are freed by the removal handlers.
-    for (char const* lp_type : {"read_position", "bytes_per_second"})
-        if (ItemPtr const l_item = i_entry.HasItem(lp_type))
-            l_item.Remove();
+    TakeDownTransferParts<UploadThread>(i_entry, {"upload_thread", "upload_file", "upload_socket", "read_position"});
 }
 
 void TransferQueueManager::OnReadPositionRemoved(Item* ip_item)
@@ -475,19 +449,7 @@ void TransferQueueManager::StartUploadThread(ItemPtr i_entry, QTcpSocket* ip_soc
     connect(lp_thread, &UploadThread::UploadError, this, &TransferQueueManager::OnUploadError, Qt::QueuedConnection);
     connect(lp_thread, &UploadThread::UploadProgress, this, &TransferQueueManager::OnUploadProgress, Qt::QueuedConnection);
     connect(lp_thread, &UploadThread::UploadComplete, this, &TransferQueueManager::OnUploadComplete, Qt::QueuedConnection);
-    // The socket may be handed over from within one of its own signals, whose caller still
-    // touches it afterwards: it moves to the thread from the next turn of the event loop on.
-    QPointer<UploadThread> const l_thread(lp_thread);
-    QMetaObject::invokeMethod(
-        this,
-        [l_thread, ip_socket]
-        {
-            if (!l_thread || !d.GetType("upload_thread")->HasItem(Value(l_thread.data())))
-                return;
-            ip_socket->moveToThread(l_thread);
-            l_thread->start();
-        },
-        Qt::QueuedConnection);
+    StartOnNextTurn(this, lp_thread, ip_socket, "upload_thread");
 }
 
 // ---- the thread's reports

@@ -15,6 +15,7 @@
 #include "shares/SharedFoldersManager.h"
 #include "store/Data.h"
 #include "store/DataSaver.h"
+#include "store/EventDelivery.h"
 #include "store/Log.h"
 #include "store/Settings.h"
 
@@ -85,6 +86,8 @@ void RemoveNewItems()
         for (Item* lp_item : l_entry.second->GetItems())
             if (!KeptItems().count(lp_item))
                 l_new.push_back(lp_item);
+    // Removing one item may remove others of the list: all stay readable until the walk ends.
+    EventDelivery::Walk const l_walk;
     for (Item* lp_item : l_new)
         if (!lp_item->IsRemoved())
             lp_item->Remove();

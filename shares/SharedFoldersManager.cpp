@@ -88,6 +88,12 @@ SharedFoldersManager::SharedFoldersManager(QObject* ip_parent) : QObject(ip_pare
     ListenItemAdded("shared_file_name", &SharedFoldersManager::OnSharedFileNameAdded);
     ListenItemAdded("shared_file_folder", &SharedFoldersManager::OnSharedFileFolderAdded);
 
+    m_scannerThread.setObjectName(QStringLiteral("MP3Scanner"));
+    m_scannerThread.start(QThread::InheritPriority);
+    m_scanner.moveToThread(&m_scannerThread);
+    connect(this, &SharedFoldersManager::MP3ScanRequired, &m_scanner, &MP3Scanner::OnMP3ScanRequired, Qt::QueuedConnection);
+    connect(&m_scanner, &MP3Scanner::MP3Scanned, this, &SharedFoldersManager::OnMP3Scanned, Qt::QueuedConnection);
+
     if (peerMessenger)
     {
         connect(peerMessenger, &PeerMessenger::UserShare, this, &SharedFoldersManager::OnUserShare);
@@ -189,8 +195,10 @@ QString SharedFoldersManager::GetFileItemDisplayString(ItemPtr i_file)
 void SharedFoldersManager::OnMP3Scanned(QString i_file, int i_mpegVersion, QString i_channelMode, int i_frequency,
                                         bool i_isVBR, int i_bitrate)
 {
-    Log(QStringLiteral("MP3 Scanning"), 1, QStringLiteral("Scanned %1").arg(i_file));
-    ItemPtr const l_file = GetSharedFileItem(i_file.toStdString());
+    // The path crossed the thread one byte to a character.
+    QByteArray const l_path = i_file.toLatin1();
+    Log(QStringLiteral("MP3 Scanning"), 1, QStringLiteral("Scanned %1").arg(QString::fromUtf8(l_path)));
+    ItemPtr const l_file = GetSharedFileItem(l_path.toStdString());
     if (!l_file)
         return;
     l_file += d.GetType("mpeg_version")->GetItem(Value(i_mpegVersion));

@@ -5,6 +5,7 @@
 
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
+#include <QThread>
 #include <QTimer>
 
 #include <cstdint>
@@ -18,6 +19,7 @@
 
 #include "peer/PeerMessenger.h"
 #include "peer/ShareList.h"
+#include "shares/MP3Scanner.h"
 #include "server/UserStats.h"
 #include "shares/ShareListCompressor.h"
 #include "shares/ShareWalker.h"
@@ -80,6 +82,10 @@ private:
 
     int m_filesAdded = 0;
     int m_filesRemoved = 0;
+
+    // The scanner lives on its own thread; paths go to it and results come back queued.
+    QThread m_scannerThread;
+    MP3Scanner m_scanner;
 
     // ---- the walk (SharedFoldersManagerWalk.cpp)
 public:

@@ -76,6 +76,10 @@ bool IsMP3Name(std::string_view i_name)
 
 SharedFoldersManager::~SharedFoldersManager()
 {
+    // Scans still queued return at once, and one under way ends at its next chunk.
+    m_scanner.Quit();
+    m_scannerThread.quit();
+    m_scannerThread.wait();
     // Stops the worker at its next entry and waits for it; parts not yet applied are dropped.
     mp_walker.reset();
     m_applyTimer.stop();
@@ -344,7 +348,7 @@ bool SharedFoldersManager::ApplyPart(Item* ip_shared, WalkJob const& i_walk, QDe
         if (IsMP3Name(l_name) && !lp_file->IsConnected(lp_scannedType))
         {
             l_path.assign(l_part.m_folder).append(1, '/').append(l_name);
-            emit MP3ScanRequired(PathText(l_path));
+            emit MP3ScanRequired(QString::fromLatin1(l_path));
         }
         ConnectTokens(lp_file, m_folderTokens, l_name);
 

@@ -157,6 +157,7 @@ int Data::RemoveDisconnectedItems()
             MarkItemConnections(lp_item);
     }
 
+    m_sweepPassedOver.clear();
     std::vector<Item*> l_unreached;
     for (auto const& l_typeEntry : m_types)
         for (Item* lp_item : l_typeEntry.second->Items())
@@ -168,24 +169,56 @@ int Data::RemoveDisconnectedItems()
 
 // Marks what a root reaches through attribute items of pairwise different types: a type is
 // flagged while it is on the current path and unflagged on the way back. A group whose type
-// is on the path is passed over whole, without looking at its items.
+// is on the path is passed over. When it held an unmarked item, the item keeps that type, and
+// so does every item above it on the walk (but for an item of that very type, which any path
+// to it holds): a later path on which one of the kept types is free walks the item again.
+// Without that, an item first reached from the wrong side, as a folder through a value that
+// one of its files shares, would be marked while its other files never are. Every type kept
+// by an item is freed at most once per neighbouring type, so the walks again stay few.
 void Data::MarkItemConnections(Item* ip_item)
 {
-    if (ip_item->m_sweepMark == m_sweepEpoch)
-        return;
     Type* lp_type = ip_item->GetType();
     if (lp_type->m_sweepVisited)
         return;
+    if (ip_item->m_sweepMark == m_sweepEpoch)
+    {
+        auto const l_pending = m_sweepPassedOver.find(ip_item);
+        if (l_pending == m_sweepPassedOver.end()
+            || std::all_of(l_pending->second.begin(), l_pending->second.end(), [](Type* ip_passed) { return ip_passed->m_sweepVisited; }))
+            return;
+    }
     lp_type->m_sweepVisited = true;
     ip_item->m_sweepMark = m_sweepEpoch;
+    std::vector<Type*> l_passedOver;
+    auto const l_keep = [&l_passedOver, lp_type](Type* ip_passed) {
+        if (ip_passed != lp_type && std::find(l_passedOver.begin(), l_passedOver.end(), ip_passed) == l_passedOver.end())
+            l_passedOver.push_back(ip_passed);
+    };
     for (ConnectionGroup const& l_group : ip_item->ConnectedItems())
     {
         TW_REQUIRE(!l_group.IsEmpty(), "RemoveDisconnectedItems: empty connection set", l_group.GetType()->Name());
-        if (l_group.GetType()->IsRoot() || l_group.GetType()->m_sweepVisited)
+        Type* lp_other = l_group.GetType();
+        if (lp_other->IsRoot())
             continue;
-        for (Item* lp_other : l_group.Items())
+        ItemRange const l_items = l_group.Items();
+        if (lp_other->m_sweepVisited)
+        {
+            if (std::any_of(l_items.begin(), l_items.end(), [this](Item* ip_other) { return ip_other->m_sweepMark != m_sweepEpoch; }))
+                l_keep(lp_other);
+            continue;
+        }
+        for (Item* lp_other : l_items)
+        {
             MarkItemConnections(lp_other);
+            if (auto const l_below = m_sweepPassedOver.find(lp_other); l_below != m_sweepPassedOver.end())
+                for (Type* lp_passed : l_below->second)
+                    l_keep(lp_passed);
+        }
     }
+    if (l_passedOver.empty())
+        m_sweepPassedOver.erase(ip_item);
+    else
+        m_sweepPassedOver[ip_item] = std::move(l_passedOver);
     lp_type->m_sweepVisited = false;
 }
 

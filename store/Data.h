@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <unordered_map>
 #include <memory>
 #include <set>
 #include <string>
@@ -82,6 +83,9 @@ private:
     void AddPairHandler(std::map<TypePair, PairHandlerSet>& io_map, Type* ip_first, Type* ip_second,
                         PairHandler* ip_handler, char const* i_call);
     void MarkItemConnections(Item* ip_item);
+    // During the mark: items whose walk passed over groups of types then on the path while
+    // they held unmarked items, with those types.
+    std::unordered_map<Item*, std::vector<Type*>> m_sweepPassedOver;
 
     void GetPathNodePairs(PathNode* ip_node, std::map<TypePair, PathNodePairInfo>& o_pairMap);
     void OnPathNodeEventConnection(ConnectionInfo& i_info);

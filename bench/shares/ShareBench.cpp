@@ -377,7 +377,7 @@ void BM_ScanResults(benchmark::State& io_state)
             bool const l_vbr = l_random() % 4 == 0;
             int const l_bitrate = l_vbr ? 96 + static_cast<int>(l_random() % 225) : s_bitrates[l_random() % 6];
             std::string const l_absolute = g_root + '/' + l_path;
-            sharedFoldersManager->OnMP3Scanned(QString::fromUtf8(l_absolute.data(), qsizetype(l_absolute.size())), 1,
+            sharedFoldersManager->OnMP3Scanned(QString::fromLatin1(l_absolute.data(), qsizetype(l_absolute.size())), 1,
                                                QString::fromLatin1(s_modes[l_random() % 4]),
                                                l_random() % 3 ? 44100 : 48000, l_vbr, l_bitrate);
         }

@@ -124,10 +124,10 @@ std::size_t HeapBytes()
     return mallinfo2().uordblks;
 }
 
-StallMeter::StallMeter()
+StallMeter::StallMeter(int i_intervalMs)
 {
     m_timer.setTimerType(Qt::PreciseTimer);
-    m_timer.setInterval(1);
+    m_timer.setInterval(i_intervalMs);
     QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this] { Tick(); });
 }
 

@@ -36,11 +36,12 @@ std::uint64_t LogLines(char const* i_area);
 std::size_t ResidentBytes();
 std::size_t HeapBytes();
 
-// The longest time the event loop went without running a 1 ms timer, from Start to Stop.
+// The longest time the event loop went without running a timer of the interval (1 ms unless
+// given), from Start to Stop.
 class StallMeter
 {
 public:
-    StallMeter();
+    explicit StallMeter(int i_intervalMs = 1);
     void Start();
     // The longest stall, in seconds.
     double Stop();

@@ -1,6 +1,7 @@
-// A real client downloads from a peer played by hand, both logged in to the real central server.
-// The scenarios speak to the downloader only through the Uploader below, so that a second real
-// client can take its place without the scenarios changing.
+// A real client downloads, both logged in to the real central server: from a second real client
+// where the uploader behaves, and from a peer played by hand where the scenario needs one that
+// does what a real client would not: a way of connecting forced, an upload given up half way, an
+// offer nobody asked for, hostile names or bytes past the end.
 #include <gtest/gtest.h>
 
 #include <QDateTime>
@@ -8,7 +9,6 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
 #include <QTemporaryDir>
 
 #include <map>
@@ -17,6 +17,7 @@
 
 #include "CentralServerProcess.h"
 #include "ClientProcess.h"
+#include "SeededClient.h"
 #include "support/FreePort.h"
 #include "support/SavedGraph.h"
 #include "support/ScriptedPeer.h"
@@ -28,27 +29,6 @@ constexpr int c_long = 20000;
 // The downloader writes what it receives in blocks of this size; a block cut short by the
 // uploader is not kept.
 constexpr qsizetype c_block = 8192;
-
-QByteArray RandomBytes(qsizetype i_size, quint32 i_seed)
-{
-    QByteArray l_bytes(i_size, 0);
-    QRandomGenerator l_random(i_seed);
-    l_random.fillRange(reinterpret_cast<quint32*>(l_bytes.data()), i_size / 4);
-    return l_bytes;
-}
-
-QByteArray ReadAll(QString const& i_file)
-{
-    QFile l_file(i_file);
-    return l_file.open(QIODevice::ReadOnly) ? l_file.readAll() : QByteArray();
-}
-
-bool WriteFile(QString const& i_file, QByteArray const& i_bytes)
-{
-    QDir().mkpath(QFileInfo(i_file).path());
-    QFile l_file(i_file);
-    return l_file.open(QIODevice::WriteOnly) && l_file.write(i_bytes) == i_bytes.size();
-}
 
 // The uploader's side of a download, as the peer named m_name plays it.
 class Uploader
@@ -543,4 +523,80 @@ TEST_F(DownloadEndToEnd, APartialBeyondFourGibibytesIsContinuedFromItsExactSize)
     ASSERT_TRUE(l_file.open(QIODevice::ReadOnly) && l_file.seek(l_partial - l_marker.size()));
     EXPECT_TRUE(l_file.readAll() == l_marker + l_tail);
     EXPECT_EQ(StatusOf(m_fetcher.Stop(), "huge.bin"), "complete");
+}
+
+namespace
+{
+// The uploader a real client, sharing one folder with everyone.
+class DownloadFromRealClient : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_server.Start());
+    }
+    void StartBoth()
+    {
+        ASSERT_TRUE(m_sender.Start(m_server)) << m_sender.Output().toStdString();
+        ASSERT_TRUE(m_fetcher.Start(m_server)) << m_fetcher.Output().toStdString();
+    }
+    // The remote folder of a file under the shared folder, as the downloader keeps it.
+    std::string RemoteFolder(QString const& i_under) const { return RemotePath(m_shared + u'/' + i_under); }
+
+    QTemporaryDir m_dir;
+    CentralServerProcess m_server{m_dir.path() + QStringLiteral("/accounts")};
+    Downloader m_fetcher;
+    SeededClient m_sender{"sender"};
+    QString m_shared = m_sender.Home() + QStringLiteral("/share");
+};
+} // namespace
+
+TEST_F(DownloadFromRealClient, WholeFilesArriveInTheirLastFolder)
+{
+    QByteArray const l_first = RandomBytes(3 << 20, 31);
+    QByteArray const l_second = RandomBytes((2 << 20) + 12345, 32);
+    m_sender.Share(QStringLiteral("share"), {{QStringLiteral("albums/first.bin"), l_first},
+                                             {QStringLiteral("albums/singles/second.bin"), l_second}});
+    m_fetcher.Add(RemoteFolder(QStringLiteral("albums")), "first.bin", l_first.size(), "queued");
+    m_fetcher.Add(RemoteFolder(QStringLiteral("albums/singles")), "second.bin", l_second.size(), "queued");
+    StartBoth();
+
+    EXPECT_TRUE(m_fetcher.Finished(QStringLiteral("albums/first.bin"), l_first)) << m_fetcher.Output().toStdString();
+    EXPECT_TRUE(m_fetcher.Finished(QStringLiteral("singles/second.bin"), l_second));
+    // The emptied folders go just after the file is moved.
+    EXPECT_TRUE(WaitFor([&] { return QDir(m_fetcher.Downloading()).isEmpty(); }, 5000));
+    std::vector<SavedGraph::Download> const l_saved = m_fetcher.Stop();
+    EXPECT_EQ(StatusOf(l_saved, "first.bin"), "complete");
+    EXPECT_EQ(StatusOf(l_saved, "second.bin"), "complete");
+    m_sender.Stop();
+}
+
+TEST_F(DownloadFromRealClient, APartialBeyondFourGibibytesIsContinuedFromItsExactSize)
+{
+    // Both files sparse: only the marker at the partial's end and the tail of the shared file
+    // take room on disk.
+    qint64 const l_partial = (4ll << 30) + 4099;
+    QByteArray const l_marker = RandomBytes(4096, 33);
+    QByteArray const l_tail = RandomBytes((1 << 20) + 5, 34);
+    qint64 const l_total = l_partial + l_tail.size();
+    auto const l_sparse = [](QString const& i_file, qint64 i_at, QByteArray const& i_end)
+    {
+        QDir().mkpath(QFileInfo(i_file).path());
+        QFile l_file(i_file);
+        return l_file.open(QIODevice::WriteOnly) && l_file.resize(i_at) && l_file.seek(i_at) && l_file.write(i_end) == i_end.size();
+    };
+    ASSERT_TRUE(l_sparse(m_shared + QStringLiteral("/big/huge.bin"), l_partial, l_tail));
+    m_sender.Share(QStringLiteral("share"), {});
+    ASSERT_TRUE(l_sparse(m_fetcher.Downloading(QStringLiteral("big/huge.bin")), l_partial - l_marker.size(), l_marker));
+    m_fetcher.Add(RemoteFolder(QStringLiteral("big")), "huge.bin", l_total, "queued");
+    StartBoth();
+
+    QString const l_done = m_fetcher.Complete(QStringLiteral("big/huge.bin"));
+    ASSERT_TRUE(WaitFor([&] { return QFile::exists(l_done); }, c_long)) << m_fetcher.Output().toStdString();
+    EXPECT_EQ(QFileInfo(l_done).size(), l_total);
+    QFile l_file(l_done);
+    ASSERT_TRUE(l_file.open(QIODevice::ReadOnly) && l_file.seek(l_partial - l_marker.size()));
+    EXPECT_TRUE(l_file.readAll() == l_marker + l_tail);
+    EXPECT_EQ(StatusOf(m_fetcher.Stop(), "huge.bin"), "complete");
+    m_sender.Stop();
 }

@@ -10,6 +10,7 @@
 #include "CentralServerProcess.h"
 #include "ClientProcess.h"
 #include "forms/AddSharedFolderDialog.h"
+#include "forms/SearchResultListItem.h"
 #include "forms/ShareForm.h"
 #include "forms/SharedFilesRescannedDialog.h"
 #include "forms/SharesForm.h"
@@ -21,6 +22,7 @@
 #include "store/Settings.h"
 #include "support/AppEnvironment.h"
 #include "support/FreePort.h"
+#include "support/MP3Frames.h"
 #include "support/SavedGraph.h"
 #include "support/WaitFor.h"
 #include "ui_MainWindow.h"
@@ -70,7 +72,8 @@ ShareForm* TabOf(std::string const& i_user, int* op_tabs = nullptr)
 }
 
 // As the user does it: "Browse user's files" in the user's menu; then the tab that replaced
-// the one shown before, its folders and files as "folder/…/name size", sorted.
+// the one shown before, its folders and files as "folder/…/name size", with " attributes"
+// where a file has any, sorted.
 QStringList Browse(std::string const& i_user)
 {
     QPointer<ShareForm> const lp_old = TabOf(i_user);
@@ -92,7 +95,12 @@ QStringList Browse(std::string const& i_user)
             l_path = lp_up->text(0) + u'/' + l_path;
         lp_tree->setCurrentItem(*l_it);
         for (int l_row = 0; l_row < lp_files->topLevelItemCount(); ++l_row)
-            l_shown << l_path + u'/' + lp_files->topLevelItem(l_row)->text(0) + u' ' + lp_files->topLevelItem(l_row)->text(1);
+        {
+            QTreeWidgetItem* lp_file = lp_files->topLevelItem(l_row);
+            QString const l_attributes = lp_file->text(2);
+            l_shown << l_path + u'/' + lp_file->text(0) + u' ' + lp_file->text(1) +
+                           (l_attributes.isEmpty() ? QString() : u' ' + l_attributes);
+        }
     }
     l_shown.sort();
     return l_shown;
@@ -125,6 +133,43 @@ QStringList Results(unsigned int i_token)
                              QString::fromUtf8(ItemPtr(lp_result)["search_result_file_name"].AsCStr());
     l_results.sort();
     return l_results;
+}
+
+// The attributes each answered file carried, as "name bit rate mode".
+QStringList CarriedAttributes(unsigned int i_token)
+{
+    QStringList l_carried;
+    ItemPtr const l_request = d.GetType("search_request")->HasItem(std::to_string(i_token));
+    for (Item* lp_result : l_request.GetItems("search_results").GetItems("search_result"))
+    {
+        ItemPtr const l_result(lp_result);
+        l_carried << QString::fromStdString(l_result["search_result_file_name"].AsString() + ' ' + l_result["bitrate"].AsString() +
+                                            ' ' + l_result["bitrate_mode"].AsString());
+    }
+    l_carried.sort();
+    return l_carried;
+}
+
+// What the search tabs show under "Attributes" beside each file whose name starts so, as
+// "name: attributes".
+QStringList ShownAttributes(QString const& i_prefix)
+{
+    QStringList l_shown;
+    auto* lp_tabs = mainWindow->findChild<QTabWidget*>(u"searchTabControl"_s);
+    for (int l_tab = 0; l_tab < lp_tabs->count(); ++l_tab)
+        for (QTreeWidgetItemIterator l_it(lp_tabs->widget(l_tab)->findChild<QTreeWidget*>(u"searchResultsTreeWidget"_s)); *l_it; ++l_it)
+            if (QString const l_name = (*l_it)->text(SearchResultListItem::FileColumn); l_name.startsWith(i_prefix))
+                l_shown << l_name + u": "_s + (*l_it)->text(SearchResultListItem::AttributesColumn);
+    l_shown.sort();
+    return l_shown;
+}
+
+// The MP3 files a client scanned, as its data file keeps them.
+std::vector<std::string> ScannedFiles(ClientProcess& io_client)
+{
+    SavedGraph l_saved;
+    l_saved.Load(io_client.DataFile());
+    return l_saved.SavedSharedFiles();
 }
 
 QStringList Sorted(QStringList i_list)
@@ -164,6 +209,14 @@ TEST(SharesEndToEnd, BrowsingAndSearchingFollowTheOwnersAccessRules)
     }
     Write(l_list + u"/list tidewave.txt"_s);
     Write(l_band + u"/band tidewave.txt"_s);
+    // Two MP3 files built frame by frame for her client to scan: 300 frames at 128 kbit/s, and
+    // 100 at 128 with 100 at 192, which is 160 on average.
+    std::string l_constant, l_variable;
+    MP3Frames::Append(l_constant, MP3Frames::Frame{.m_bitrate = 128}, 300);
+    MP3Frames::Append(l_variable, MP3Frames::Frame{.m_bitrate = 128}, 100);
+    MP3Frames::Append(l_variable, MP3Frames::Frame{.m_bitrate = 192}, 100);
+    Write(l_pub + u"/tidesong cbr.mp3"_s, QByteArray::fromStdString(l_constant));
+    Write(l_pub + u"/tidesong vbr.mp3"_s, QByteArray::fromStdString(l_variable));
     ClientProcess l_alice, l_bob;
     SavedGraph l_aliceSeed;
     Seed(l_aliceSeed, "alice");
@@ -195,11 +248,16 @@ TEST(SharesEndToEnd, BrowsingAndSearchingFollowTheOwnersAccessRules)
         ASSERT_TRUE(l_server.WaitForLine(u"login %1 from 127.0.0.1"_s.arg(QLatin1String(lp_user)), 20000)) << lp_user;
 
     QStringList const l_public{u"pub/big.bin 3,221,225,472"_s, u"pub/café ☕ tidewave.txt 5"_s,
-                               u"pub/linked/deep tidewave.txt 3"_s};
+                               u"pub/linked/deep tidewave.txt 3"_s, u"pub/tidesong cbr.mp3 125,100 128 CBR"_s,
+                               u"pub/tidesong vbr.mp3 104,300 160 VBR"_s};
     QStringList const l_listed = QStringList(l_public) << u"list/list tidewave.txt 1"_s;
     QStringList const l_grouped = Sorted(QStringList(l_listed) << u"band/band tidewave.txt 1"_s);
     // Carol is a stranger to alice, dave is on her list, erin in her group, mallory unshared.
-    EXPECT_EQ(Browse("alice"), l_public);
+    // Alice's scans run beside her log-in: her share may show before their results.
+    QStringList l_shown = Browse("alice");
+    for (int l_again = 0; l_again < 10 && l_shown != l_public; ++l_again)
+        l_shown = Browse("alice");
+    EXPECT_EQ(l_shown, l_public);
     LoginAs(l_server, "dave");
     EXPECT_EQ(Browse("alice"), Sorted(l_listed)) << "dave";
     int l_tabs = 0;
@@ -230,22 +288,35 @@ TEST(SharesEndToEnd, BrowsingAndSearchingFollowTheOwnersAccessRules)
     EXPECT_EQ(Browse("alice"), QStringList()) << "mallory";
 
     // Alice's share is rebuilt from the disk at her start: a file gone and a file new show.
+    // Her scan results are kept, so a file she scanned is not read again: were it, the one
+    // now at 320 kbit/s would show so.
     ASSERT_TRUE(l_alice.Terminate());
+    std::string const l_songPath = l_pub.toStdString() + "/tidesong ";
+    std::vector<std::string> const l_scanned{l_songPath + "cbr.mp3 128 cbr is_scanned", l_songPath + "vbr.mp3 160 vbr is_scanned"};
+    EXPECT_EQ(ScannedFiles(l_alice), l_scanned);
+    std::string l_faster;
+    MP3Frames::Append(l_faster, MP3Frames::Frame{.m_bitrate = 320}, 300);
+    Write(l_pub + u"/tidesong cbr.mp3"_s, QByteArray::fromStdString(l_faster));
     ASSERT_TRUE(QFile::remove(l_list + u"/list tidewave.txt"_s));
     Write(l_list + u"/later.txt"_s, "1234567");
     ASSERT_TRUE(l_alice.Start());
     ASSERT_TRUE(WaitFor([&] { return l_server.CountLines(u"login alice from 127.0.0.1"_s) == 2; }, 20000));
     LoginAs(l_server, "dave");
     EXPECT_EQ(Browse("alice"), Sorted(QStringList(l_public) << u"list/later.txt 7"_s));
+    // In search answers the scan results travel as the bit rate and the variable rate flag.
+    unsigned int const l_songs = gp_server->FileSearch("tidesong", false);
+    EXPECT_TRUE(WaitFor([&] { return CarriedAttributes(l_songs).size() >= 2; }, 15000));
+    EXPECT_EQ(CarriedAttributes(l_songs), QStringList({u"tidesong cbr.mp3 128 cbr"_s, u"tidesong vbr.mp3 160 vbr"_s}));
+    EXPECT_EQ(ShownAttributes(u"tidesong"_s), QStringList({u"tidesong cbr.mp3: 128 CBR"_s, u"tidesong vbr.mp3: 160 VBR"_s}));
 
-    // Her data file keeps her folders with their access and the unshared user, not the share.
+    // Her data file keeps her folders with their access, the unshared user and her scan
+    // results, not the rest of the share.
     ASSERT_TRUE(l_alice.Terminate());
     QFile l_file(l_alice.DataFile());
     ASSERT_TRUE(l_file.open(QIODevice::ReadOnly));
     QByteArray const l_bytes = l_file.readAll();
-    // Each saved type has its record, by name: the files' own is there, and holds no item.
-    QByteArray const l_noFile = QByteArray("\x0b\0\0\0shared_file\x01\0\0\0\0", 20);
-    EXPECT_TRUE(l_bytes.contains(l_noFile));
+    // Of the files, only the scanned ones.
+    EXPECT_EQ(ScannedFiles(l_alice), l_scanned);
     EXPECT_FALSE(l_bytes.contains("search_token"));
     SavedGraph l_saved;
     l_saved.Load(l_alice.DataFile());

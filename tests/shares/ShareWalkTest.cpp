@@ -2,8 +2,10 @@
 
 #include <QFile>
 #include <QSignalSpy>
+#include <QElapsedTimer>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@
 #include "store/Data.h"
 #include "store/DataSaver.h"
 #include "store/Log.h"
+#include "support/MP3Frames.h"
 #include "support/WaitFor.h"
 
 namespace fs = std::filesystem;
@@ -285,4 +288,57 @@ TEST_F(ShareWalkTest, WalksLiveWithChangesMadeWhileTheyRun)
     // Destroyed in the middle of a walk: the worker stops and is waited for.
     d.GetType("shared_folder")->GetItem(Value(m_root + "/c"));
     mp_manager.reset();
+}
+
+TEST_F(ShareWalkTest, ScanResultsReachTheFilesOnTheMainThreadAndQuittingDoesNotWaitForAScan)
+{
+    bool l_loggedElsewhere = false;
+    SetLogSink([&](QString const& i_area, int i_level, QString const& i_text, ItemPtr)
+               {
+                   l_loggedElsewhere |= QThread::currentThread() != mp_manager->thread();
+                   m_log << QStringLiteral("%1|%2|%3").arg(i_area).arg(i_level).arg(i_text);
+               });
+    std::string const l_share = m_root + "/music";
+    std::string l_constant, l_variable;
+    MP3Frames::Append(l_constant, MP3Frames::Frame{}, 300);
+    MP3Frames::Append(l_variable, MP3Frames::Frame{.m_bitrate = 128}, 100);
+    MP3Frames::Append(l_variable, MP3Frames::Frame{.m_bitrate = 192}, 100);
+    std::string const l_nordicName = "\xC3\x86r\xC3\xB8 \xE2\x80\x93 S\xC3\xB8ndag p\xC3\xA5 fj\xC3\xB6r\xC3\xB0.mp3";
+    Write(l_share + "/" + l_nordicName, l_constant);
+    Write(l_share + "/variable.MP3", l_variable);
+    Write(l_share + "/text.mp3", "no frames in here");
+    Share(l_share);
+
+    Item* const lp_scanned = d.GetType("is_scanned")->GetGlobalNullItem();
+    ASSERT_TRUE(WaitFor([&] { return lp_scanned->ConnectedOfType(d.GetType("shared_file")).size() == 2; }));
+    ItemPtr const l_nordic = FileAt(l_share, l_nordicName);
+    auto const l_rate = [](ItemPtr i_file) { return i_file.HasItem("bitrate").AsString() + " " + i_file.HasItem("bitrate_mode").AsString(); };
+    EXPECT_EQ(l_rate(l_nordic), "128 cbr");
+    EXPECT_EQ(l_rate(FileAt(l_share, "variable.MP3")), "160 vbr");
+    EXPECT_EQ(l_nordic.HasItem("mpeg_version").AsString(), "1");
+    EXPECT_EQ(l_nordic.HasItem("channel_mode").AsString(), "joint stereo");
+    EXPECT_EQ(l_nordic.HasItem("audio_frequency").AsString(), "0");
+    EXPECT_TRUE(m_log.contains(QStringLiteral("MP3 Scanning|1|Scanned ") + QString::fromUtf8(l_share + "/" + l_nordicName)));
+
+    // Asked again, the answer waits for the event loop; it comes after the text file's, which
+    // gave none.
+    l_nordic -= lp_scanned;
+    int const l_lines = m_log.size();
+    emit mp_manager->MP3ScanRequired(QString::fromLatin1(l_share + "/" + l_nordicName));
+    EXPECT_EQ(m_log.size(), l_lines);
+    EXPECT_FALSE(l_nordic.HasItem("is_scanned"));
+    ASSERT_TRUE(WaitFor([&] { return bool(l_nordic.HasItem("is_scanned")); }));
+    EXPECT_FALSE(ItemPtr(FileAt(l_share, "text.mp3")).HasItem("is_scanned"));
+    EXPECT_EQ(m_log.filter(QStringLiteral("Scanned")).size(), 3) << m_log.join(u'\n').toStdString();
+    EXPECT_FALSE(l_loggedElsewhere);
+
+    // A file far too large to read while the test waits: sparse, zeros from end to end.
+    QFile l_huge(QString::fromStdString(m_root + "/huge.mp3"));
+    ASSERT_TRUE(l_huge.open(QIODevice::WriteOnly) && l_huge.resize(64LL << 30));
+    emit mp_manager->MP3ScanRequired(l_huge.fileName());
+    QThread::msleep(200);
+    QElapsedTimer l_clock;
+    l_clock.start();
+    mp_manager.reset();
+    EXPECT_LT(l_clock.elapsed(), 5000);
 }

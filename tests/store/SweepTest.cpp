@@ -53,3 +53,31 @@ TEST_F(SweepTest, ListenersMayRemoveOtherDoomedItemsWithoutTheSweepTouchingThemA
     EXPECT_EQ(m_data.RemoveDisconnectedItems(), 5); // the sixth went by the listener
     EXPECT_EQ(mp_attrA->ItemCount(), 0u);
 }
+
+// A folder first reached through a shared value, with its files' type already on that path,
+// is looked at again when its own root reaches it: its other files stay.
+TEST_F(SweepTest, AnItemReachedFirstWithATypeOnThePathIsWalkedAgainFromAnotherRoot)
+{
+    Type* lp_search = m_data.NewType("aa_search", true, false, true);
+    Type* lp_hit = m_data.NewType("hit", false, true, true);
+    Type* lp_rate = m_data.NewType("rate", false, false, true);
+    Type* lp_file = m_data.NewType("share_file", false, true, true);
+    Type* lp_folder = m_data.NewType("share_folder", false, true, true);
+    Type* lp_share = m_data.NewType("zz_share", true, false, true);
+    for (auto [lp_left, lp_right] : {std::pair{lp_search, lp_hit}, {lp_hit, lp_rate}, {lp_rate, lp_file}, {lp_file, lp_folder},
+                                     {lp_folder, lp_share}})
+        lp_left->RelateToType(lp_right, Many, Many, false);
+    ItemPtr const l_rate = lp_rate->NewItem("128");
+    lp_search->NewItem("tune")->NewItem("hit")->Connect(l_rate.Get());
+    ItemPtr const l_folder = lp_share->NewItem("mine")->NewItem("share_folder");
+    ItemPtr const l_scanned = l_folder.NewItem("share_file"), l_plain = l_folder.NewItem("share_file");
+    l_scanned += l_rate;
+    // A value held by nothing but a hit that nothing holds goes, with the hit.
+    lp_hit->NewItem()->Connect(lp_rate->NewItem("64"));
+
+    ItemSet const l_files{l_scanned.Get(), l_plain.Get()};
+    EXPECT_EQ(m_data.RemoveDisconnectedItems(), 2);
+    EXPECT_EQ(lp_file->GetItems(), l_files);
+    EXPECT_EQ(lp_hit->ItemCount(), 1u);
+    EXPECT_TRUE(lp_rate->HasItem("64").IsNull());
+}

@@ -16,6 +16,10 @@ std::optional<std::string> SavedGraph::Download::* const s_downloadMembers[] = {
     &SavedGraph::Download::m_user, &SavedGraph::Download::m_fileName, &SavedGraph::Download::m_remoteFolder,
     &SavedGraph::Download::m_fileSize, &SavedGraph::Download::m_status, &SavedGraph::Download::m_order,
     &SavedGraph::Download::m_localFileName};
+
+// What the data file keeps of a scanned shared file.
+constexpr char const* s_scannedFileParts[] = {"shared_file_folder", "shared_file_name", "shared_file_size", "mpeg_version",
+                                              "channel_mode", "audio_frequency", "bitrate_mode", "bitrate"};
 } // namespace
 
 SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
@@ -42,8 +46,17 @@ SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
         lp_download->RelateToType(lp_type ? lp_type : m_data.NewType(lp_part, false, false, true), Many, One, false);
         m_saver.AddSavedByConnectionType(lp_part, "download_entry");
     }
+    // A shared file reaches the data file only with its MP3 scan result.
+    Type* lp_file = m_data.NewType("shared_file", false, true, true);
+    lp_file->RelateToType(m_data.NewType("is_scanned", false, true, true), Many, One, false);
+    for (char const* lp_part : s_scannedFileParts)
+    {
+        lp_file->RelateToType(m_data.NewType(lp_part, false, false, true), Many, One, false);
+        m_saver.AddSavedByConnectionType(lp_part, "shared_file");
+    }
+    m_saver.AddSavedByConnectionType("shared_file", "is_scanned");
     m_saver.m_savedTypes = {"global", "room_autojoin", "in_user_list", "user_list_group", "shared_folder", "unshared",
-                            "wish_list_item", "wish_list_item_enabled", "download_entry"};
+                            "wish_list_item", "wish_list_item_enabled", "download_entry", "is_scanned"};
     m_saver.AddSavedByConnectionType("shared_public", "shared_folder");
     m_saver.AddSavedByConnectionType("shared_userlist", "shared_folder");
     m_saver.AddSavedByConnectionType("user", "unshared");
@@ -65,6 +78,21 @@ void SavedGraph::Set(char const* i_keyType, std::string const& i_key, std::strin
 void SavedGraph::SetFreeListeningPort()
 {
     Set("global", "listening_port", std::to_string(FreePort()));
+}
+
+void SavedGraph::SetIdentity(std::string const& i_name, std::string const& i_downloadFolder)
+{
+    Set("global", "username", i_name);
+    Set("global", "password", i_name + "-pw");
+    Set("global", "use_upnp", "no");
+    SetFreeListeningPort();
+    Set("global", "download_folder", i_downloadFolder);
+}
+
+void SavedGraph::SetUploadLimit(int i_kibPerSecond, bool i_enabled)
+{
+    Set("global", "upload_speed_limit", std::to_string(i_kibPerSecond));
+    Set("global", "upload_speed_limit_enabled", i_enabled ? "yes" : "no");
 }
 
 std::optional<std::string> SavedGraph::Setting(char const* i_keyType, std::string const& i_key) const
@@ -126,6 +154,22 @@ std::optional<std::string> SavedGraph::SharedFolderAccess(std::string const& i_p
     for (Item* lp_group : l_folder.GetItems("user_list_group").SortAlphabetic(true))
         l_groups += (l_groups.empty() ? "" : ", ") + ItemPtr(lp_group).AsString();
     return l_groups;
+}
+
+std::vector<std::string> SavedGraph::SavedSharedFiles() const
+{
+    std::vector<std::string> l_files;
+    for (Item* lp_file : m_data.GetType("shared_file")->GetItems())
+    {
+        ItemPtr const l_file(lp_file);
+        std::string l_text = l_file["shared_file_folder"].AsString() + '/' + l_file["shared_file_name"].AsString();
+        for (char const* lp_part : {"bitrate", "bitrate_mode", "is_scanned"})
+            if (ItemPtr const l_part = l_file[lp_part])
+                l_text += ' ' + (l_part->GetType()->IsNull() ? std::string(lp_part) : l_part.AsString());
+        l_files.push_back(std::move(l_text));
+    }
+    std::sort(l_files.begin(), l_files.end());
+    return l_files;
 }
 
 void SavedGraph::Unshare(std::string const& i_user)

@@ -21,6 +21,11 @@ public:
     void Set(char const* i_keyType, std::string const& i_key, std::string const& i_value);
     // A listening port of its own, so that clients of tests never meet on the default one.
     void SetFreeListeningPort();
+    // A client of its own: the name with the password "<name>-pw", a free listening port, no
+    // port mapping, and the folder downloads go to.
+    void SetIdentity(std::string const& i_name, std::string const& i_downloadFolder);
+    // The upload speed limit in KiB/s and whether it is in force, as the Transfers tab keeps them.
+    void SetUploadLimit(int i_kibPerSecond, bool i_enabled);
     std::optional<std::string> Setting(char const* i_keyType, std::string const& i_key) const;
     void AddAutojoinRoom(std::string const& i_room);
     bool IsAutojoinRoom(std::string const& i_room) const;
@@ -34,6 +39,9 @@ public:
     // The folder's access as the File Sharing tab words it ("Everyone", "User List", or the
     // groups sorted and joined by ", "); nothing when the folder is not shared.
     std::optional<std::string> SharedFolderAccess(std::string const& i_path) const;
+    // Each shared file the data file keeps, as "folder/name", then its bit rate, its rate mode and
+    // "is_scanned", each where it has one; sorted.
+    std::vector<std::string> SavedSharedFiles() const;
     void Unshare(std::string const& i_user);
     bool IsUnshared(std::string const& i_user) const;
     void AddWishListItem(std::string const& i_search, bool i_enabled);

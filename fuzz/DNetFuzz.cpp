@@ -9,12 +9,6 @@
 #include "dnet/DNetManager.h"
 #include "stream/MemStream.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzRig::Init();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* ip_data, std::size_t i_size)
 {
     if (i_size == 0)

@@ -28,6 +28,13 @@ extern "C" int connect(int, sockaddr const*, socklen_t)
     return -1;
 }
 
+// Every target starts from the process-wide objects, made before its first input.
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    FuzzRig::Init();
+    return 0;
+}
+
 namespace
 {
 std::unordered_set<Item*>& KeptItems()

@@ -10,12 +10,6 @@
 #include "peer/SharedFolderInfo.h"
 #include "shares/SharedFoldersManager.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzRig::Init();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* ip_data, std::size_t i_size)
 {
     if (i_size == 0)

@@ -7,12 +7,6 @@
 #include "FuzzRig.h"
 #include "shares/SharedFoldersManager.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzRig::Init();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* ip_data, std::size_t i_size)
 {
     FuzzRig l_rig;

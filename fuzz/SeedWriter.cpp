@@ -264,6 +264,37 @@ std::vector<QByteArray> DataFileSeeds()
     l_seeds.push_back(QByteArray(4, '\0'));
     return l_seeds;
 }
+// MPEG audio frames as an encoder lays them out: a four-byte header, then zero bytes to the
+// frame's length. Each entry is (third header byte, frame length) for MPEG-1 or MPEG-2 layer III.
+QByteArray Frames(char i_versionByte, std::initializer_list<std::pair<unsigned char, int>> i_pattern, int i_count,
+                  unsigned char i_modeByte)
+{
+    QByteArray l_bytes;
+    for (int l_index = 0; l_index < i_count; ++l_index)
+        for (auto const& [l_rateByte, l_length] : i_pattern)
+        {
+            QByteArray l_frame(l_length, '\0');
+            l_frame[0] = char(0xff);
+            l_frame[1] = i_versionByte;
+            l_frame[2] = char(l_rateByte);
+            l_frame[3] = char(i_modeByte);
+            l_bytes += l_frame;
+        }
+    return l_bytes;
+}
+
+std::vector<QByteArray> MP3Seeds()
+{
+    constexpr char s_mpeg1 = char(0xfb), s_mpeg2 = char(0xf3);
+    // 128 kbit/s at 44.1 kHz is 417 bytes a frame, 192 is 626, 64 is 208; MPEG-2 64 at 22.05 kHz is 208.
+    QByteArray const l_tag = QByteArray("ID3\x03\x00\x00\x00\x00\x00\x0a", 10) + QByteArray(10, '\0');
+    return {
+        Frames(s_mpeg1, {{0x90, 417}}, 200, 0x44), // past the first 64 KiB chunk
+        Frames(s_mpeg1, {{0x90, 417}, {0xb0, 626}, {0x50, 208}}, 3, 0x00),
+        l_tag + Frames(s_mpeg2, {{0x80, 208}}, 6, 0xc0),
+        QByteArray("not an mp3 at all"),
+    };
+}
 } // namespace
 
 int main(int i_argc, char** ip_argv)
@@ -279,7 +310,7 @@ int main(int i_argc, char** ip_argv)
         {"server_link", ServerSeeds()},     {"peer_first_frame", FirstFrameSeeds()},
         {"peer_message", MessageSeeds()},   {"peer_body", BodySeeds()},
         {"dnet", DNetSeeds()},              {"search", SearchSeeds()},
-        {"data_file", DataFileSeeds()},
+        {"data_file", DataFileSeeds()},     {"mp3_scan", MP3Seeds()},
     };
     for (auto const& [lp_target, l_seeds] : l_targets)
     {

@@ -9,12 +9,6 @@
 #include "server/ServerFrameReader.h"
 #include "server/ServerMessageHandler.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzRig::Init();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* ip_data, std::size_t i_size)
 {
     FuzzRig l_rig;

@@ -168,6 +168,8 @@ private:
     ItemPtr SocketItem(Type* ip_type, QTcpSocket* ip_socket) const;
     ItemPtr User(std::string const& i_user) const;
     SocketBufferInfo& Buffer(QTcpSocket* ip_socket);
+    // Whether the peer has sent a message on this messaging connection.
+    bool UsedByPeer(Item* ip_socket) const;
     // A byte went either way; i_written of them handed to the socket for sending.
     void Touch(QTcpSocket* ip_socket, std::int64_t i_written = 0);
     QString PeerName(QTcpSocket* ip_socket) const;

@@ -105,6 +105,8 @@ bool PeerMessenger::HandleMessage(QTcpSocket* ip_socket, MemStream& i_message)
     ItemPtr const l_socket = SocketItem(m_types.mp_peerSocket, ip_socket);
     if (!l_socket)
         return false;
+    if (auto const l_buffer = m_buffers.find(ip_socket); l_buffer != m_buffers.end())
+        l_buffer->second.m_messageReceived = true;
     return mp_handler->Handle(ip_socket, l_socket.GetItem("user").AsString(), i_message);
 }
 
@@ -148,9 +150,18 @@ void PeerMessenger::SendMessage(std::string const& i_user, MemStream& i_message)
     else if (l_sockets.size() > 1)
     {
         Line(2, QStringLiteral("Found %1 existing messaging connections to user, picking latest").arg(l_sockets.size()));
+        // When both ways of connecting succeed, the peer keeps one and drops the other, and
+        // the two may open within one second. A connection the peer has sent a message on is
+        // one it kept, so those are chosen from first; a message written into the dropped
+        // one would be lost.
+        bool l_anyUsed = false;
+        for (Item* lp_socket : l_sockets)
+            l_anyUsed = l_anyUsed || UsedByPeer(lp_socket);
         QDateTime l_chosenTime;
         for (Item* lp_socket : l_sockets)
         {
+            if (l_anyUsed && !UsedByPeer(lp_socket))
+                continue;
             ItemPtr const l_time = ItemPtr(lp_socket).GetItem("connection_open_time");
             QDateTime const l_opened = QDateTime::fromString(QString::fromUtf8(l_time.AsCStr()), Qt::TextDate);
             if (!lp_chosen)
@@ -175,6 +186,12 @@ void PeerMessenger::SendMessage(std::string const& i_user, MemStream& i_message)
     Line(2, QStringLiteral("Did not find messaging connection to user, queueing unsent message"));
     QueueMessage(l_user, i_message);
     ConnectToUser(i_user, "P");
+}
+
+bool PeerMessenger::UsedByPeer(Item* ip_socket) const
+{
+    auto const l_buffer = m_buffers.find(ip_socket->AsPointer<QTcpSocket>());
+    return l_buffer != m_buffers.end() && l_buffer->second.m_messageReceived;
 }
 
 // ---- The waiting queue ----

@@ -34,6 +34,9 @@ struct SocketBufferInfo
     // A share list for this socket is being composed, and the peer asked again meanwhile.
     bool m_listPending = false;
     bool m_listAskedAgain = false;
+    // The peer has sent a message on this messaging connection: it uses it, and has not
+    // dropped it as the loser of two ways of connecting.
+    bool m_messageReceived = false;
     // Order of acceptance, for closing the oldest socket that never identified itself.
     std::int64_t m_acceptOrder = 0;
 };

@@ -187,8 +187,11 @@ QString SharedFoldersManager::GetFileItemDisplayString(ItemPtr i_file)
         l_text += QStringLiteral(" VBR");
     else if (l_mode == "cbr")
         l_text += QStringLiteral(" CBR");
-    if (ItemPtr const l_length = i_file.HasItem("length_seconds"))
-        l_text += QStringLiteral(", ") + QString::fromStdString(FormatSeconds(l_length.AsInt()));
+    // Looked up by type: the own share's files have no length, and their type is not related
+    // to it, where asking by name would stop the program.
+    Type* const lp_length = d.GetType("length_seconds");
+    if (i_file && i_file.Get()->IsConnected(lp_length))
+        l_text += QStringLiteral(", ") + QString::fromStdString(FormatSeconds(ItemPtr(i_file.Get()->GetItem(lp_length)).AsInt()));
     return l_text;
 }
 

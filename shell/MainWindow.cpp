@@ -21,6 +21,7 @@
 #include "forms/ChangeListeningPortDialog.h"
 #include "forms/ChatForm.h"
 #include "forms/ChangeUsernamePasswordDialog.h"
+#include "forms/DataDialog.h"
 #include "forms/QRoomListItemWidget.h"
 #include "forms/RoomForm.h"
 #include "forms/SearchForm.h"
@@ -58,13 +59,6 @@ void FocusCurrentTab(QTabWidget* ip_tabs)
     if (QWidget* lp_form = ip_tabs->currentWidget())
         lp_form->setFocus(Qt::OtherFocusReason);
 }
-
-template <class Control>
-void DisableWithReason(Control* ip_control, QString const& i_reason)
-{
-    ip_control->setEnabled(false);
-    ip_control->setToolTip(i_reason);
-}
 } // namespace
 
 MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::make_unique<Ui::MainWindow>())
@@ -95,10 +89,10 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     connect(timerManager->HourTimer(), &QTimer::timeout, mp_server, &Server::RenewPortMapping);
     connect(mp_ui->actionConnect, &QAction::triggered, this, &MainWindow::OnConnectMenuOptionClicked);
     connect(mp_ui->actionDisconnect, &QAction::triggered, this, &MainWindow::OnDisconnectMenuOptionClicked);
+    connect(mp_ui->actionData, &QAction::triggered, this, &MainWindow::OnShowData);
 
     DeclareActionSets();
     SetUpRooms();
-    DisableControlsNotYetBuilt();
     SetUpPeerMessenger();
 
     DeclareSettingsTypes();
@@ -238,6 +232,8 @@ void MainWindow::OnListeningChanged()
 MainWindow::~MainWindow()
 {
     g_showIsOver = true;
+    // Before the managers go, so that the browser sees nothing of the tear-down.
+    delete mp_dataDialog;
     mp_server->Disconnect();
     d.RemoveDisconnectedItems();
     dataSaver->Save(&d, DataFileName().c_str());
@@ -283,11 +279,16 @@ void MainWindow::DeclareActionSets()
     connect(mp_ui->mainTabWidget, &QTabWidget::currentChanged, this, &MainWindow::OnMainWindowTabChanged);
 }
 
-void MainWindow::DisableControlsNotYetBuilt()
+void MainWindow::OnShowData()
 {
-    // Each line goes when the work behind its control lands. The use_upnp setting keeps its
-    // value meanwhile: the disabled box still shows it and cannot change it.
-    DisableWithReason(mp_ui->actionData, QStringLiteral("Coming with the data browser"));
+    if (!mp_dataDialog)
+    {
+        mp_dataDialog = new DataDialog(&d, this);
+        connect(mp_dataDialog, &QObject::destroyed, this, [this] { mp_dataDialog = nullptr; });
+    }
+    mp_dataDialog->show();
+    mp_dataDialog->raise();
+    mp_dataDialog->activateWindow();
 }
 
 void MainWindow::OnMainWindowTabChanged(int)

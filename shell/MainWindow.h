@@ -20,6 +20,7 @@ namespace Ui
 class MainWindow;
 }
 class ChatForm;
+class DataDialog;
 class Item;
 class QLabel;
 class QProgressBar;
@@ -94,10 +95,10 @@ private slots:
     void OnOptionsTabSelectionChanged(int i_index);
     void OnSharedFilesRescanned(int i_filesAdded, int i_filesRemoved);
     void OnShareScanProgress(int i_files, int i_folders, bool i_scanning);
+    void OnShowData();
 
 private:
     void DeclareActionSets();
-    void DisableControlsNotYetBuilt();
     void DeclareSettingsTypes();
     void SetUpPrivateChat();
     void SetUpPeerMessenger();
@@ -136,6 +137,8 @@ private:
     QHash<QByteArray, QTreeWidgetItem*> m_roomRows;
     QLabel* mp_statusShareLabel = nullptr;
     QProgressBar* mp_statusShareBar = nullptr;
+    // The data browser while it is open; it deletes itself when closed.
+    DataDialog* mp_dataDialog = nullptr;
 };
 
 extern MainWindow* mainWindow;

@@ -87,13 +87,13 @@ TEST(MainWindow, ADamagedDataFileIsKeptAsItWasAndTheUserIsTold)
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(l_in), {}), l_bytes);
 }
 
-TEST(MainWindow, ControlsWhoseWorkHasNotLandedAreDisabledWithTheReason)
+TEST(MainWindow, EveryControlIsEnabledWithoutAReasonToWait)
 {
     MainWindow* lp_window = AppEnvironment::Window();
     Ui::MainWindow* lp_ui = lp_window->Widgets();
     CloseInformationBoxes(QString());
-    EXPECT_FALSE(lp_ui->actionData->isEnabled());
-    EXPECT_EQ(lp_ui->actionData->toolTip(), u"Coming with the data browser"_s);
+    EXPECT_TRUE(lp_ui->actionData->isEnabled());
+    EXPECT_EQ(lp_ui->actionData->toolTip(), u"Data"_s);
     EXPECT_TRUE(lp_ui->menuConnection->toolTipsVisible());
 
     QApplication::setActiveWindow(lp_window);

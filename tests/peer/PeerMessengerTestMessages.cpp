@@ -46,6 +46,25 @@ TEST_F(PeerTest, AMessageGoesOnTheLatestConnection)
     EXPECT_TRUE(m_lines.contains("2|Found 2 existing messaging connections to user, picking latest"));
 }
 
+// Of two connections opened in one second, when both ways of connecting succeeded, the peer
+// drops one; the one it has sent a message on carries ours, whichever the item set puts first.
+TEST_F(PeerTest, AMessageGoesOnAConnectionThePeerHasUsed)
+{
+    for (bool l_usedFirst : {false, true})
+    {
+        QByteArray const l_user = l_usedFirst ? "bob" : "carol";
+        ItemPtr l_first, l_second;
+        std::unique_ptr<PeerLink> lp_first = OpenFrom(l_user, &l_first);
+        std::unique_ptr<PeerLink> lp_second = OpenFrom(l_user, &l_second);
+        l_second += l_first.GetItem("connection_open_time");
+        PeerLink& l_used = (l_first.Get() < l_second.Get()) == l_usedFirst ? *lp_first : *lp_second;
+        Settle(l_used, l_user);
+        mp_messenger->QueueDownload(l_user.toStdString(), "kept");
+        EXPECT_EQ(TakeQueued(l_used), "kept") << l_user.toStdString();
+        EXPECT_TRUE(lp_first->NothingOf(43, 100) && lp_second->NothingOf(43, 100));
+    }
+}
+
 // Queued messages keep their order across a flush that a write error cut short, also past ten,
 // and one queued after the failure goes after them.
 TEST_F(PeerTest, QueuedMessagesLeaveInOrderAfterAFailedFlush)

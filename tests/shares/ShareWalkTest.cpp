@@ -315,6 +315,8 @@ TEST_F(ShareWalkTest, ScanResultsReachTheFilesOnTheMainThreadAndQuittingDoesNotW
     auto const l_rate = [](ItemPtr i_file) { return i_file.HasItem("bitrate").AsString() + " " + i_file.HasItem("bitrate_mode").AsString(); };
     EXPECT_EQ(l_rate(l_nordic), "128 cbr");
     EXPECT_EQ(l_rate(FileAt(l_share, "variable.MP3")), "160 vbr");
+    // The attribute text of a file of the own share, which has no length.
+    EXPECT_EQ(SharedFoldersManager::GetFileItemDisplayString(l_nordic), QStringLiteral("128 CBR"));
     EXPECT_EQ(l_nordic.HasItem("mpeg_version").AsString(), "1");
     EXPECT_EQ(l_nordic.HasItem("channel_mode").AsString(), "joint stereo");
     EXPECT_EQ(l_nordic.HasItem("audio_frequency").AsString(), "0");

@@ -354,12 +354,12 @@ void PeerMessenger::StartDirectAttempt(ItemPtr i_attempt, ItemPtr i_user, char c
                        .arg(QString::fromLatin1(i_type), Q(i_user.AsString())));
         return;
     }
-    i_attempt += Dial(i_user, m_types.mp_attemptSocket, &PeerMessenger::OnConnectToPeerSocketConnected,
-                      &PeerMessenger::OnConnectToPeerSocketError, false);
+    Dial(i_attempt, i_user, m_types.mp_attemptSocket, &PeerMessenger::OnConnectToPeerSocketConnected,
+         &PeerMessenger::OnConnectToPeerSocketError, false);
 }
 
-ItemPtr PeerMessenger::Dial(ItemPtr i_user, Type* ip_itemType, void (PeerMessenger::*i_onConnected)(),
-                            void (PeerMessenger::*i_onError)(QAbstractSocket::SocketError), bool i_watchClose)
+void PeerMessenger::Dial(ItemPtr i_owner, ItemPtr i_user, Type* ip_itemType, void (PeerMessenger::*i_onConnected)(),
+                         void (PeerMessenger::*i_onError)(QAbstractSocket::SocketError), bool i_watchClose)
 {
     auto* lp_socket = new QTcpSocket();
     lp_socket->setReadBufferSize(PeerLimits::s_socketReadBufferSize);
@@ -369,9 +369,12 @@ ItemPtr PeerMessenger::Dial(ItemPtr i_user, Type* ip_itemType, void (PeerMesseng
         connect(lp_socket, &QTcpSocket::disconnected, this, &PeerMessenger::OnSocketClosed);
     ItemPtr const l_socket = ip_itemType->NewItem(Value(lp_socket));
     l_socket += m_types.mp_creationTime->GetItem(Value(Now()));
+    // Tied to its owner before the dial: a connect that fails at once (no route, an address
+    // that cannot be dialled) is heard inside connectToHost, and the error handler finds the
+    // attempt or request through the socket's item.
+    i_owner += l_socket;
     QHostAddress const l_address(i_user.GetItem("user_address").AsUInt());
     lp_socket->connectToHost(l_address, static_cast<quint16>(i_user.GetItem("user_port").AsUInt()), QIODevice::ReadWrite);
-    return l_socket;
 }
 
 void PeerMessenger::OnUserAddress(Item* ip_user)
@@ -525,8 +528,8 @@ void PeerMessenger::OnPeerConnectionRequest(Item* ip_request)
         l_request.Remove();
         return;
     }
-    l_request += Dial(l_user, m_types.mp_requestSocket, &PeerMessenger::OnIndirectResponseSocketConnected,
-                      &PeerMessenger::OnSocketError, true);
+    Dial(l_request, l_user, m_types.mp_requestSocket, &PeerMessenger::OnIndirectResponseSocketConnected,
+         &PeerMessenger::OnSocketError, true);
     Line(1, QStringLiteral("Indirect peer connection requested from user %1").arg(Q(l_user.AsString())), l_user);
 }
 

@@ -136,9 +136,10 @@ private:
 
     bool Listen();
     void StartDirectAttempt(ItemPtr i_attempt, ItemPtr i_user, char const* i_type);
-    // A socket dialling the user's stored address, with its item of the given type.
-    ItemPtr Dial(ItemPtr i_user, Type* ip_itemType, void (PeerMessenger::*i_onConnected)(),
-                 void (PeerMessenger::*i_onError)(QAbstractSocket::SocketError), bool i_watchClose);
+    // A socket dialling the user's stored address, with its item of the given type connected
+    // to i_owner (the attempt or the dial-back request).
+    void Dial(ItemPtr i_owner, ItemPtr i_user, Type* ip_itemType, void (PeerMessenger::*i_onConnected)(),
+              void (PeerMessenger::*i_onError)(QAbstractSocket::SocketError), bool i_watchClose);
     // The socket whose connected() is being delivered, with its item; null, and the socket
     // closed, when the item is gone.
     QTcpSocket* ConnectedSender(Type* ip_type, ItemPtr& o_item);

@@ -7,8 +7,11 @@ TIDEWICK_PACKAGES=(cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools lib
     famfamfam-flag-png tango-icon-theme)
 
 # What the tests need beyond the build: the UPnP gateway test runs a real gateway daemon in
-# network namespaces of its own.
-TIDEWICK_TEST_PACKAGES=(iproute2 nftables miniupnpd miniupnpd-nftables)
+# network namespaces of its own, and the fuzz smoke runs build with clang.
+TIDEWICK_TEST_PACKAGES=(iproute2 nftables miniupnpd miniupnpd-nftables clang libclang-rt-14-dev)
+
+# What scripts/fuzz needs beyond the build: clang with its libFuzzer runtime.
+TIDEWICK_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
 # tidewick_install_packages [extra packages...]
 tidewick_install_packages() {

@@ -13,11 +13,7 @@ Data::~Data()
     // The internal path handlers are listed by this object, and the list is read again by the
     // base class's destructor: empty it before they go.
     RemoveDataHandlers();
-    std::set<PathNodeHandlerInfo*> l_infos;
-    for (auto* lp_map : {&m_typePairConnectionHandlerInfoMap, &m_typePairDisconnectionHandlerInfoMap})
-        for (auto const& l_entry : *lp_map)
-            l_infos.insert(l_entry.second.begin(), l_entry.second.end());
-    for (PathNodeHandlerInfo* lp_info : l_infos)
+    for (PathNodeHandlerInfo* lp_info : RegisteredPaths())
     {
         delete lp_info->mp_handler;
         delete lp_info->mp_rootNode;

@@ -66,6 +66,8 @@ public:
     void NotifyDisconnectionEventHandlers(Item* ip_a, Item* ip_b);
 
     void AddPathEventHandler(PathNode* ip_node, EventHandlerBase<Item*>* ip_handler);
+    // The paths listened to, those of listeners that went and were not yet taken out included.
+    std::size_t PathHandlerCount() const;
 
     // Joins: items of a type connected to every item of a set.
     ItemSet GetItemSubset(ItemSet const& i_items, char const* i_typeName) const;
@@ -92,6 +94,7 @@ private:
     void OnPathNodeEventDisconnection(ConnectionInfo& i_info);
     void OnPathNodeEvent(ConnectionInfo& i_info, std::map<TypePair, PathInfoSet>& io_infoMap);
     void RemovePathEventHandler(PathNodeHandlerInfo* ip_info);
+    std::set<PathNodeHandlerInfo*> RegisteredPaths() const;
     bool VerifyPathNodeSubNodeConnections(Item* ip_item, PathNode* ip_node, PathNode* ip_skipNode);
     bool AllSatisfy(ItemRange const& i_items, PathNode* ip_node);
     bool VerifyPathNodeParentNodeConnections(Item* ip_item, PathNode* ip_node, PathNode* ip_skipNode,

@@ -29,6 +29,11 @@ void Data::AddPathEventHandler(PathNode* ip_node, EventHandlerBase<Item*>* ip_ha
 {
     TW_REQUIRE(ip_node->m_parentInfo.first == nullptr, "AddPathEventHandler: node is not a root",
                ip_node->mp_type->Name());
+    // The paths of listeners that went are taken out here too, not only when an edge of theirs
+    // fires: one whose edges never fire again would otherwise stay for the rest of the run.
+    for (PathNodeHandlerInfo* lp_old : RegisteredPaths())
+        if (lp_old->mp_handler->m_removed)
+            RemovePathEventHandler(lp_old);
     auto* lp_info = new PathNodeHandlerInfo;
     lp_info->mp_handler = ip_handler;
     lp_info->mp_rootNode = ip_node;
@@ -54,6 +59,20 @@ void Data::AddPathEventHandler(PathNode* ip_node, EventHandlerBase<Item*>* ip_ha
         }
         l_infoMap[l_edge.first].insert(lp_info);
     }
+}
+
+std::set<Data::PathNodeHandlerInfo*> Data::RegisteredPaths() const
+{
+    std::set<PathNodeHandlerInfo*> l_infos;
+    for (auto const* lp_map : {&m_typePairConnectionHandlerInfoMap, &m_typePairDisconnectionHandlerInfoMap})
+        for (auto const& l_entry : *lp_map)
+            l_infos.insert(l_entry.second.begin(), l_entry.second.end());
+    return l_infos;
+}
+
+std::size_t Data::PathHandlerCount() const
+{
+    return RegisteredPaths().size();
 }
 
 void Data::GetPathNodePairs(PathNode* ip_node, std::map<TypePair, PathNodePairInfo>& o_pairMap)

@@ -23,7 +23,22 @@ public:
             delete lp_handler;
     }
 
-    void Add(Handler* ip_handler) { m_handlers.insert(ip_handler); }
+    // Listeners that went are taken out here too, not only at the next delivery: an event that
+    // is seldom delivered would otherwise keep every listener that ever left it.
+    void Add(Handler* ip_handler)
+    {
+        for (auto l_at = m_handlers.begin(); l_at != m_handlers.end();)
+        {
+            if (!(*l_at)->m_removed)
+            {
+                ++l_at;
+                continue;
+            }
+            EventDelivery::Bury(*l_at);
+            l_at = m_handlers.erase(l_at);
+        }
+        m_handlers.insert(ip_handler);
+    }
     std::size_t Size() const { return m_handlers.size(); }
 
     void Notify(Arg& i_arg)

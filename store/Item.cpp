@@ -91,6 +91,11 @@ ConnectionGroup* Item::FindGroup(Type* ip_type) const
 
 Item* Item::Connect(Item* ip_other)
 {
+    // An item on its way out takes no new connection: its memory goes when the walk ends, and
+    // the other end would keep a pointer to it. A caller may still hold such an item, as when a
+    // listener removed it before the call that made it returned.
+    if (m_state != State::Alive || ip_other->m_state != State::Alive)
+        return ip_other;
     RelationInfo const l_relation = mp_type->GetRelation(ip_other->mp_type);
     // Most connections add to a group this item already has towards Many: one search of the
     // group both finds out whether the items are connected and inserts.

@@ -178,3 +178,22 @@ TEST_F(PeerTest, AFailedListenIsReportedAndRetried)
     EXPECT_EQ(GetGlobal("listening_port"), std::to_string(l_next));
     EXPECT_FALSE(GetGlobalValue("new_listening_port"));
 }
+
+// A dial to an address no connection can reach fails inside the call that starts it, before
+// the socket's item is tied to its attempt or its dial-back request: both still end cleanly.
+TEST_F(PeerTest, ADialThatFailsAtOnceEndsItsAttemptAndItsDialBack)
+{
+    constexpr quint32 s_broadcast = 0xffffffff;
+    LogIn();
+    User("bob") += d.GetType("user_address")->GetItem(Value(s_broadcast));
+    User("bob") += d.GetType("user_port")->GetItem(Value(2235));
+    mp_messenger->ConnectToUser("bob", "P");
+    TakeIndirect("bob", "P");
+    EXPECT_TRUE(WaitLogged("1|Direct connection of type P to user bob failed"));
+    EXPECT_EQ(Count("connect_to_peer_request_socket"), 0u);
+
+    // The server asks for a dial-back to the same kind of address: refused back at once.
+    mp_central->Send(Body(18).Str("carol").Str("P").U32(s_broadcast).U32(2235).U32(42));
+    EXPECT_EQ(mp_central->TakeBody(1001), Body(1001).U32(42).Str("carol").Bytes());
+    EXPECT_TRUE(WaitFor([] { return Count("peer_connection_request") == 0 && Count("peer_connection_request_socket") == 0; }));
+}

@@ -69,6 +69,31 @@ TEST_F(EventTest, DestroyedListenersAreNeverCalledAgainAndAreFreed)
     EXPECT_EQ(mp_user->m_itemAddedEvent.Size(), 1u);
 }
 
+// Listeners made and destroyed over and over on events that never fire, as a manager made for
+// each of many runs leaves them: the events and the paths keep only the live ones.
+TEST_F(EventTest, ListenersThatWentAreTakenOutAsNewOnesComeEvenWithoutAFiring)
+{
+    auto const l_roomWithUser = [this]
+    {
+        auto* lp_root = new PathNode(&m_data, "room");
+        new PathNode(lp_root, "user", TriggerConnected);
+        return lp_root;
+    };
+    Reactor l_alive;
+    l_alive.Added(mp_room).Path(l_roomWithUser());
+    std::size_t const l_paths = m_data.PathHandlerCount();
+    for (int l_round = 0; l_round < 100; ++l_round)
+    {
+        Reactor l_passing;
+        l_passing.Added(mp_room).Removed(mp_room).Path(l_roomWithUser());
+    }
+    EXPECT_LE(mp_room->m_itemAddedEvent.Size(), 2u);
+    EXPECT_LE(mp_room->m_itemRemovedEvent.Size(), 1u);
+    EXPECT_LE(m_data.PathHandlerCount(), l_paths + 1);
+    mp_room->NewItem("lobby");
+    EXPECT_EQ(l_alive.m_calls, 1);
+}
+
 TEST_F(EventTest, HandlerAddedDuringTheWalkRunsFromTheNextFiring)
 {
     Reactor l_late;

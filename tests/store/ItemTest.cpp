@@ -131,3 +131,22 @@ TEST_F(ItemTest, ListenersMayRemoveItemsWhileTheyAreBeingCreatedOrRemoved)
     EXPECT_EQ(mp_user->ItemCount(), 1u); // only "y" is left
     EXPECT_EQ(EventDelivery::Depth(), 0);
 }
+
+TEST_F(ItemTest, AnItemRemovedWhileACallerStillHoldsItTakesNoNewConnection)
+{
+    // As when a socket's item goes from the socket's error, heard before the call that made
+    // it returned, and the caller then connects it to its request.
+    Item* lp_room = mp_room->NewItem("lobby");
+    {
+        EventDelivery::Walk const l_walk;
+        Item* lp_gone = mp_user->NewItem("gone");
+        lp_gone->Remove();
+        lp_room->Connect(lp_gone);
+        lp_gone->Connect(lp_room);
+        EXPECT_FALSE(lp_room->IsConnected(lp_gone));
+    }
+    // Once the gone item's memory is freed, the room holds nothing of it and goes cleanly.
+    EXPECT_TRUE(ItemPtr(lp_room).GetItems("user").empty());
+    lp_room->Remove();
+    EXPECT_TRUE(mp_room->HasItem("lobby").IsNull());
+}

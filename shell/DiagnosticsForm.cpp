@@ -20,6 +20,12 @@ constexpr int c_maxIndentLevels = 32;
 // Lines that arrive within this time share one append and one repaint of the page; a person
 // reading the log does not notice the delay.
 constexpr int c_flushIntervalMs = 100;
+
+// Many lines carry a peer's words, and a peer may send as many as it likes: each page keeps its
+// newest lines only, and a line is cut, so that the log's memory stays bounded (about 20,000
+// lines of at most 1,000 characters a page) however long the client runs.
+constexpr int c_maxLinesPerArea = 20000;
+constexpr qsizetype c_maxLineLength = 1000;
 } // namespace
 
 DiagnosticsForm::DiagnosticsForm(QWidget* ip_parent)
@@ -86,14 +92,17 @@ void DiagnosticsForm::Init()
 void DiagnosticsForm::Log(QString const& i_area, int i_level, QString const& i_text, ItemPtr)
 {
     QPlainTextEdit* lp_view = AreaView(i_area);
-    QString& l_pending = m_pendingLines[lp_view];
-    if (!l_pending.isEmpty())
-        l_pending += QLatin1Char('\n');
-    l_pending += QLatin1Char('[');
-    l_pending += TimeStamp();
-    l_pending += QLatin1String("] ");
-    l_pending += QString(3 * qBound(0, i_level - 1, c_maxIndentLevels), QLatin1Char(' '));
-    l_pending += i_text;
+    QStringList& l_pending = m_pendingLines[lp_view];
+    // Lines of one burst beyond what the page keeps would only be dropped by it.
+    if (l_pending.size() >= c_maxLinesPerArea)
+        l_pending.removeFirst();
+    QString l_line = QLatin1Char('[') + TimeStamp() + QLatin1String("] ")
+                   + QString(3 * qBound(0, i_level - 1, c_maxIndentLevels), QLatin1Char(' '));
+    if (i_text.size() > c_maxLineLength)
+        l_line += i_text.left(c_maxLineLength) + QChar(0x2026);
+    else
+        l_line += i_text;
+    l_pending.append(std::move(l_line));
     if (!m_flushTimer.isActive())
         m_flushTimer.start();
 }
@@ -108,6 +117,7 @@ QPlainTextEdit* DiagnosticsForm::AreaView(QString const& i_area)
     lp_view->setReadOnly(true);
     // The log only grows; an undo history of it would double its memory.
     lp_view->setUndoRedoEnabled(false);
+    lp_view->setMaximumBlockCount(c_maxLinesPerArea);
     mp_ui->logTabWidget->addTab(lp_view, i_area);
     l_log += d.GetType("log_widget")->GetItem(Value(static_cast<QObject*>(lp_view)));
     return lp_view;
@@ -127,9 +137,9 @@ QString const& DiagnosticsForm::TimeStamp()
 
 void DiagnosticsForm::FlushPendingLines()
 {
-    QHash<QPlainTextEdit*, QString> const l_pending = std::exchange(m_pendingLines, {});
+    QHash<QPlainTextEdit*, QStringList> const l_pending = std::exchange(m_pendingLines, {});
     for (auto l_it = l_pending.cbegin(); l_it != l_pending.cend(); ++l_it)
-        l_it.key()->appendPlainText(l_it.value());
+        l_it.key()->appendPlainText(l_it.value().join(QLatin1Char('\n')));
 }
 
 void DiagnosticsForm::OnUserTracked(Item* ip_user)

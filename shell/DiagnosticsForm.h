@@ -2,6 +2,7 @@
 
 #include <QHash>
 #include <QString>
+#include <QStringList>
 #include <QTimer>
 #include <QWidget>
 #include <memory>
@@ -47,7 +48,7 @@ private:
     std::unique_ptr<Ui::DiagnosticsForm> mp_ui;
     // Lines wait here briefly, so that a burst costs one append and one layout per area
     // instead of one per line.
-    QHash<QPlainTextEdit*, QString> m_pendingLines;
+    QHash<QPlainTextEdit*, QStringList> m_pendingLines;
     QTimer m_flushTimer;
     qint64 m_stampSecond = -1;
     QString m_stamp;

@@ -48,6 +48,28 @@ TEST(DiagnosticsFormTest, OneTabPerAreaInOrderOfFirstUseWithStampedLinesIndented
     }
 }
 
+// A flood of lines, as a peer can cause, leaves a page its newest 20,000, and a line of a
+// peer's long words is cut.
+TEST(DiagnosticsFormTest, APageKeepsItsNewestLinesAndCutsLongOnes)
+{
+    for (int l_n = 0; l_n < 20003; ++l_n)
+        Log(S("Flood"), 1, QString::number(l_n));
+    QStringList l_lines = Lines("Flood");
+    ASSERT_EQ(l_lines.size(), 20000);
+    EXPECT_TRUE(l_lines.first().endsWith(S("] 3")));
+    EXPECT_TRUE(l_lines.last().endsWith(S("] 20002")));
+    // Across flushes the page drops its oldest lines as new ones come.
+    Log(S("Flood"), 1, S("later"));
+    l_lines = Lines("Flood");
+    EXPECT_EQ(l_lines.size(), 20000);
+    EXPECT_TRUE(l_lines.first().endsWith(S("] 4")));
+
+    Log(S("Long"), 1, QString(5000, QLatin1Char('x')));
+    QString const l_line = Lines("Long").value(0);
+    EXPECT_TRUE(l_line.endsWith(QString(1000, QLatin1Char('x')) + QChar(0x2026)));
+    EXPECT_FALSE(l_line.contains(QString(1001, QLatin1Char('x'))));
+}
+
 TEST(DiagnosticsFormTest, TrackedUsersShowTheirOnlineStateUntilUntracked)
 {
     EXPECT_EQ(TrackedRows(), S("early_user Offline"));

@@ -40,6 +40,7 @@
 #include "shell/InformationBox.h"
 #include "shell/ShowState.h"
 #include "shell/SizeManager.h"
+#include "shell/StallProbe.h"
 #include "shell/TimerManager.h"
 #include "transfers/TransferQueueManager.h"
 #include "peer/PeerMessenger.h"
@@ -78,6 +79,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_ui->sharedFoldersList->setColumnWidth(0, 400);
 
     new TimerManager(this);
+    new StallProbe(this);
     new DataSaver();
     mp_server = new Server();
     Server::CreateData();

@@ -15,6 +15,9 @@ QByteArray const c_greeting = QByteArrayLiteral("Welcome to this Tidewick networ
 // Out of descriptors, the listener stops accepting; it tries again after this, when some
 // connection may have gone.
 constexpr int c_acceptRetryMs = 1000;
+// Connections the kernel completes before they are accepted: a thousand clients coming back at
+// once after a restart wait there instead of retrying a second later.
+constexpr int c_listenBacklog = 1024;
 }
 
 CentralServer::CentralServer(ServerOptions const& i_options, QObject* ip_parent)
@@ -42,6 +45,7 @@ bool CentralServer::Start(QString& o_error)
     int l_skipped = 0;
     if (!m_accounts.Load(o_error, l_skipped))
         return false;
+    m_listener.setListenBacklogSize(c_listenBacklog);
     if (!m_listener.listen(m_options.m_listenAddress, m_options.m_port))
     {
         o_error = QStringLiteral("cannot listen on %1 port %2: %3")

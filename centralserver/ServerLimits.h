@@ -87,9 +87,10 @@ inline constexpr qint64 c_flushThreshold = 64 * 1024;
 inline constexpr qint64 c_maxPendingOutput = 16 * 1024 * 1024;
 // Unsent bytes of all clients together. Past it, every client holding more than
 // c_pendingOutputUnderPressure is closed at its next message: many slow readers in a busy
-// room cannot together take what a single one may.
+// room cannot together take what a single one may. A reader that keeps up holds far less than
+// that here, since the kernel takes several MiB of its output first.
 inline constexpr qint64 c_maxPendingOutputTotal = 256 * 1024 * 1024;
-inline constexpr qint64 c_pendingOutputUnderPressure = 1024 * 1024;
+inline constexpr qint64 c_pendingOutputUnderPressure = 4 * 1024 * 1024;
 
 // Names one client watches for status changes: a long list of friends, well above any person's.
 inline constexpr qsizetype c_maxTrackedPerClient = 10000;

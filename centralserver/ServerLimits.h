@@ -4,11 +4,12 @@
 
 // What a client can make the server hold. Anyone may connect and an account costs nothing, so
 // every number here bounds memory or descriptors that a stranger could otherwise claim on its
-// word alone. Each hit is logged with the client's address, and the connection concerned goes.
+// word alone. Each hit is logged; past a bound on a connection that connection goes, past one on
+// rooms or kept messages the request is refused.
 namespace ServerLimits
 {
 // Connections in all, logged in or not; one more is refused at once. Far above any private
-// network, and below the descriptors the server asks for at start.
+// network; the server asks the system for all the descriptors it allows at start.
 inline constexpr qsizetype c_maxConnections = 4096;
 // Connections that have not logged in yet; a new one closes the oldest of them. A thousand
 // clients coming back at once after a restart take their turns, each login in flight for a

@@ -75,6 +75,29 @@ TEST_F(HostileClientTest, EachCodeClosesFramesPastItsOwnBound)
     }
 }
 
+// The largest honest message of every code the server serves, names and texts at their longest,
+// stays within its code's bound and is served.
+TEST_F(HostileClientTest, TheLargestHonestMessageOfEveryCodeIsServed)
+{
+    QByteArray const l_name(ServerLimits::c_maxNameLength, 'n');
+    QByteArray const l_text(static_cast<qsizetype>(ServerLimits::c_maxStringLength), 't');
+    auto lp_client = LoggedIn("honest");
+    QList<Body> const l_largest = {Body(2).U32(2234).U32(1).U32(2235), Body(3).Str(l_name), Body(5).Str(l_name),
+        Body(6).Str(l_name), Body(7).Str(l_name), Body(36).Str(l_name), Body(14).Str(l_name).U32(1), Body(13).Str(l_name).Str(l_text),
+        Body(15).Str(l_name), Body(18).U32(1).Str(l_name).Str("F"), Body(22).Str(l_name).Str(l_text), Body(23).U32(1),
+        Body(26).U32(1).Str(l_text), Body(103).U32(1).Str(l_text), Body(71).U8(1), Body(100).U8(1), Body(129).U8(1),
+        Body(121).U32(1000), Body(126).U32(1), Body(127).Str(l_name), Body(1001).U32(1).Str(l_name)};
+    for (Body const& l_body : l_largest)
+    {
+        quint32 const l_code = Fields(l_body.Bytes()).U32();
+        EXPECT_LE(static_cast<quint32>(l_body.Bytes().size()), ServerLimits::MaxFrameLength(l_code)) << l_code;
+        lp_client->Send(l_body);
+        lp_client->Sync();
+        ASSERT_TRUE(lp_client->IsOpen()) << l_code;
+    }
+    EXPECT_TRUE(m_log.m_lines.filter(QStringLiteral("out of bounds")).isEmpty());
+}
+
 // A count of a million with nothing behind it: a code the server reads closes the connection as
 // malformed; one it does not serve is never read, and the connection goes on.
 TEST_F(HostileClientTest, CountsOfAMillionWithNothingBehindThem)

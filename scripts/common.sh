@@ -10,7 +10,7 @@ TIDEWICK_PACKAGES=(cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools lib
 # network namespaces of its own, the fuzz smoke runs build with clang, and the packaging tests
 # make, check and install the Debian package.
 TIDEWICK_TEST_PACKAGES=(iproute2 nftables miniupnpd miniupnpd-nftables clang libclang-rt-14-dev
-    dpkg-dev desktop-file-utils appstream lintian)
+    dpkg-dev desktop-file-utils appstream lintian dbus-daemon)
 
 # What scripts/package needs beyond the build: dpkg-shlibdeps finds the package's dependencies.
 TIDEWICK_PACKAGE_PACKAGES=(dpkg-dev)

@@ -14,6 +14,7 @@
 #include "shell/EventToolBar.h"
 #include "shell/MainWindow.h"
 #include "shell/TrayIcon.h"
+#include "store/Log.h"
 #include "store/Settings.h"
 #include "transfers/TransferQueueManager.h"
 #include "ui_MainWindow.h"
@@ -36,6 +37,12 @@ QString FileNameOf(std::string const& i_path)
 {
     QString const l_path = QString::fromStdString(i_path);
     return l_path.mid(qMax(l_path.lastIndexOf(u'\\'), l_path.lastIndexOf(u'/')) + 1);
+}
+
+// Each decision is logged, so that a missing notification can be told from a lost one.
+void LogDecision(QString const& i_what, char const* i_outcome)
+{
+    Log(QStringLiteral("Notifications"), 1, i_what + QLatin1String(": ") + QLatin1String(i_outcome));
 }
 
 QString const g_chatTarget = QStringLiteral("chat:");
@@ -105,7 +112,11 @@ void DesktopIntegration::SetUpShortcuts()
         auto* lp_shortcut = new QShortcut(l_keys, mp_window);
         connect(lp_shortcut, &QShortcut::activated, lp_tabs, [l_step, l_step_by] { l_step(l_step_by); });
     }
-    auto* lp_find = new QShortcut(QKeySequence::Find, mp_window);
+    // The Search page has a Ctrl+F of its own, which also finds among results.
+    auto* lp_find = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_F), mp_window);
+    auto l_enableFind = [this, lp_tabs, lp_find] { lp_find->setEnabled(lp_tabs->currentWidget() != mp_window->Widgets()->searchTab); };
+    connect(lp_tabs, &QTabWidget::currentChanged, lp_find, l_enableFind);
+    l_enableFind();
     connect(lp_find, &QShortcut::activated, this,
             [this, lp_tabs]
             {
@@ -142,18 +153,26 @@ bool DesktopIntegration::InView(QWidget* ip_widget) const
 
 void DesktopIntegration::OnPrivateChat(std::string const& i_user, std::string const& i_chat, time_t, bool)
 {
-    if (i_user.empty() || GetGlobal(s_notifyPrivateMessages) != "yes")
+    if (i_user.empty())
         return;
+    QString const l_what = QStringLiteral("Private message from %1").arg(QString::fromStdString(i_user));
+    if (GetGlobal(s_notifyPrivateMessages) != "yes")
+        return LogDecision(l_what, "not shown, switched off");
     if (InView(mp_window->GetChatForm(i_user)))
-        return;
+        return LogDecision(l_what, "not shown, its chat is in view");
+    LogDecision(l_what, "shown");
     mp_notifier->Notify(QStringLiteral("Private message from %1").arg(NotificationText(i_user)), NotificationText(i_chat),
                         g_chatTarget + QString::fromStdString(i_user));
 }
 
 void DesktopIntegration::OnDownloadFinished(ItemPtr i_download)
 {
-    if (GetGlobal(s_notifyDownloads) != "yes" || InView(mp_window->Transfers()))
-        return;
+    QString const l_what = QStringLiteral("Download of %1 finished").arg(QString::fromStdString(i_download["file_name"].AsString()));
+    if (GetGlobal(s_notifyDownloads) != "yes")
+        return LogDecision(l_what, "not shown, switched off");
+    if (InView(mp_window->Transfers()))
+        return LogDecision(l_what, "not shown, the transfers are in view");
+    LogDecision(l_what, "shown");
     mp_notifier->Notify(QStringLiteral("Download finished"),
                         QStringLiteral("%1 from %2").arg(NotificationText(i_download["file_name"].AsString()),
                                                          NotificationText(i_download["user"].AsString())),
@@ -162,8 +181,12 @@ void DesktopIntegration::OnDownloadFinished(ItemPtr i_download)
 
 void DesktopIntegration::OnUploadFinished(ItemPtr i_upload)
 {
-    if (GetGlobal(s_notifyUploads) != "yes" || InView(mp_window->Transfers()))
-        return;
+    QString const l_what = QStringLiteral("Upload of %1 finished").arg(FileNameOf(i_upload["filename_as_requested"].AsString()));
+    if (GetGlobal(s_notifyUploads) != "yes")
+        return LogDecision(l_what, "not shown, switched off");
+    if (InView(mp_window->Transfers()))
+        return LogDecision(l_what, "not shown, the transfers are in view");
+    LogDecision(l_what, "shown");
     mp_notifier->Notify(QStringLiteral("Upload finished"),
                         QStringLiteral("%1 to %2").arg(FileNameOf(i_upload["filename_as_requested"].AsString()).toHtmlEscaped(),
                                                        NotificationText(i_upload["user"].AsString())),
@@ -172,6 +195,7 @@ void DesktopIntegration::OnUploadFinished(ItemPtr i_upload)
 
 void DesktopIntegration::OnNotificationActivated(QString const& i_target)
 {
+    Log(QStringLiteral("Notifications"), 1, QStringLiteral("Clicked: showing %1").arg(i_target));
     BringUp();
     Ui::MainWindow* lp_ui = mp_window->Widgets();
     if (i_target.startsWith(g_chatTarget))

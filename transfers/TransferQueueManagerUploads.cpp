@@ -491,6 +491,10 @@ void TransferQueueManager::OnUploadError()
     ItemPtr const l_entry = UploadEntryOfSender();
     if (!l_entry)
         return;
+    auto* const lp_thread = l_entry.HasItem("upload_thread").AsPointer<UploadThread>();
+    lp_thread->wait();
+    TransferLog(1, QStringLiteral("Upload of %1 to %2 failed: %3").arg(SharedName(l_entry), UserName(l_entry), lp_thread->FailureReason()),
+                l_entry.HasItem("user"));
     SetUploadEntryStatus(l_entry, "aborted");
     StartNewUploads();
 }

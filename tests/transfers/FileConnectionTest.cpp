@@ -118,6 +118,7 @@ TEST_F(QueueTest, AChangedSizeIsTakenOnlyWhileNothingIsHere)
     ItemPtr const l_huge = Add("f", "b", 10);
     EXPECT_EQ(Offer(3, "f\\b", quint64(1) << 63), Body(3).U8(0).Str("File size changed").Bytes());
     EXPECT_EQ(Status(l_huge), "denied");
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Denied f\\b: the offered size 9223372036854775808 is beyond any file; 10 was expected")));
 }
 
 TEST_F(QueueTest, RemovingAStalledDownloadStopsItAndKeepsThePartial)
@@ -146,6 +147,7 @@ TEST_F(QueueTest, APeerThatGoesSilentAbortsTheDownload)
     std::unique_ptr<PeerLink> lp_file = StartTransfer(l_entry);
     lp_file->SendRaw(Content(8292));
     ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "aborted"; }, 8000));
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Download of f\\a from bob failed: waiting for bytes at 8292: timed out after 3000 ms")));
     EXPECT_EQ(Read(QStringLiteral("downloading/f/a")), Content(8192));
     EXPECT_TRUE(lp_file->WaitClosed());
 }

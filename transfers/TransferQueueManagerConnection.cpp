@@ -184,7 +184,12 @@ void TransferQueueManager::OnDownloadComplete()
     l_to.MakeFolder();
     if (l_to.FileExists() && FreeCompleteName(l_entry))
         l_to = TargetOf(l_entry, true);
-    if (!l_from.MoveFileTo(l_to))
+    // The local name may differ from the peer's much: the log tells where the file went.
+    if (l_from.MoveFileTo(l_to))
+        TransferLog(1, QStringLiteral("Download of %1 from %2 complete, saved as %3")
+                           .arg(QString::fromStdString(RemotePath(l_entry)), QString::fromStdString(l_entry.HasItem("user").AsString()), l_to.File()),
+                    l_entry.HasItem("user"));
+    else
         TransferLog(1, QStringLiteral("Could not move %1 to %2; it stays where it is").arg(l_from.File(), l_to.File()),
                     l_entry.HasItem("user"));
     SetDownloadEntryStatus(l_entry, "complete");

@@ -33,6 +33,7 @@ TEST_F(QueueTest, AWholeFileLandsInCompleteAndTheDownloadingFolderGoes)
     lp_file->SendRaw(Content(20000));
     ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "complete"; }));
     EXPECT_EQ(Read(QStringLiteral("complete/one/a.mp3")), Content(20000));
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Download of music\\one\\a.mp3 from bob complete, saved as %1").arg(Local(QStringLiteral("complete/one/a.mp3")))));
     EXPECT_FALSE(QDir(Local(QStringLiteral("downloading/one"))).exists());
     EXPECT_GE(l_progress.count(), 1);
     EXPECT_TRUE(lp_file->WaitClosed());
@@ -185,6 +186,7 @@ TEST_F(QueueTest, AFileThatAppearedInCompleteIsNeverOverwritten)
     ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "complete"; }));
     EXPECT_EQ(Read(QStringLiteral("complete/f/a.txt")), "mine");
     EXPECT_EQ(Read(QStringLiteral("complete/f/a (2).txt")), "bob's");
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Download of f\\a.txt from bob complete, saved as %1").arg(Local(QStringLiteral("complete/f/a (2).txt")))));
     EXPECT_TRUE(mp_queue->DoesDownloadItemCompleteFilenameExist(l_entry));
 }
 

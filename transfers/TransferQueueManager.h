@@ -143,8 +143,9 @@ private:
     static void DeclareUploadSchema();
     ItemPtr UploadEntryOfSender() const;
     void OnReadPositionRemoved(Item* ip_item);
-    // Stops the thread and closes file and socket of an upload, thread first.
-    void TakeDownUpload(ItemPtr i_entry);
+    // Stops the thread and closes file and socket of an upload, thread first. An upload that did
+    // not complete has its connection reset: what is still buffered for the peer is dropped.
+    void TakeDownUpload(ItemPtr i_entry, bool i_reset);
     void StartUploadThread(ItemPtr i_entry, QTcpSocket* ip_socket);
     // Times out uploads stuck in an active status before their thread runs; true if any was.
     bool AbortStalledUploads();

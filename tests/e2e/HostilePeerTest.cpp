@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "CentralServerProcess.h"
+#include "ClientChecks.h"
 #include "ClientProcess.h"
 #include "peer/PeerLimits.h"
 #include "support/FreePort.h"
@@ -32,28 +33,6 @@ constexpr qint64 c_margin = 32 * c_mib;
 // Each message received logs a line, which the diagnostics page keeps for good: under 1 KiB.
 constexpr qint64 c_logLine = 1;
 
-qint64 StatusKiB(qint64 i_pid, QByteArray const& i_field)
-{
-    QFile l_status(QStringLiteral("/proc/%1/status").arg(i_pid));
-    if (!l_status.open(QIODevice::ReadOnly))
-        return -1;
-    for (QByteArray const& l_line : l_status.readAll().split('\n'))
-        if (l_line.startsWith(i_field + ':'))
-            return l_line.mid(i_field.size() + 1).trimmed().split(' ').value(0).toLongLong();
-    return -1;
-}
-
-// A new peer greets the client and asks for its share list; true when message 5 comes back.
-bool AnswersAPeer(quint16 i_port)
-{
-    ScriptedPeer l_peer;
-    std::unique_ptr<PeerLink> lp_link = l_peer.Dial(i_port);
-    if (!lp_link)
-        return false;
-    lp_link->SendGreeting("prober", "P");
-    lp_link->Send(Body(4));
-    return !lp_link->TakeFrame(5, 5000).isEmpty();
-}
 } // namespace
 
 TEST(HostilePeers, BoundsHoldAndTheClientKeepsAnswering)
@@ -76,9 +55,7 @@ TEST(HostilePeers, BoundsHoldAndTheClientKeepsAnswering)
 
     // Runs one attack from a high-water mark reset to what is resident now.
     auto l_attack = [&](char const* i_name, qint64 i_boundKiB, std::function<void()> const& i_body) {
-        QFile l_clear(QStringLiteral("/proc/%1/clear_refs").arg(l_client.Pid()));
-        ASSERT_TRUE(l_clear.open(QIODevice::WriteOnly) && l_clear.write("5") == 1);
-        l_clear.close();
+        ASSERT_TRUE(ResetPeakMemory(l_client.Pid()));
         qint64 const l_before = StatusKiB(l_client.Pid(), "VmRSS");
         i_body();
         ASSERT_TRUE(AnswersAPeer(l_port)) << i_name << l_client.Output().toStdString();

@@ -22,11 +22,19 @@ bool PeerMessageHandler::Handle(QTcpSocket* ip_socket, std::string const& i_user
         return false;
     }
     Line(1, QStringLiteral("Received %1 message from user %2").arg(PeerCode::Name(l_code), Q(i_user)));
+    if (HandleCode(ip_socket, i_user, l_code, i_message))
+        return true;
+    Line(1, QStringLiteral("%1 message from user %2 cannot be read; closing").arg(PeerCode::Name(l_code), Q(i_user)));
+    return false;
+}
 
+bool PeerMessageHandler::HandleCode(QTcpSocket* ip_socket, std::string const& i_user, std::uint32_t i_code,
+                                    MemStream& i_message)
+{
     std::string l_file;
     std::string l_text;
     std::uint32_t l_number = 0;
-    switch (l_code)
+    switch (i_code)
     {
     case PeerCode::GetSharedFileList:
         AnswerShareListRequest(ip_socket, i_user);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "peer/SearchResultReader.h"
@@ -18,6 +19,8 @@ public:
     bool Handle(QTcpSocket* ip_socket, std::string const& i_user, MemStream& i_message);
 
 private:
+    // The body after the code; false when it cannot be read or the connection is to go.
+    bool HandleCode(QTcpSocket* ip_socket, std::string const& i_user, std::uint32_t i_code, MemStream& i_message);
     void AnswerShareListRequest(QTcpSocket* ip_socket, std::string const& i_user);
     void SendShareList(QTcpSocket* ip_socket, std::string const& i_user, MemStream const& i_list);
     // Inflates the compressed body behind the code. False: the message is to be dropped

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <cstdint>
+
+// Raises the process's soft limit of open descriptors towards i_wanted, never past the hard
+// limit; the soft limit in force afterwards, 0 when it cannot be read.
+std::uint64_t RaiseDescriptorLimit(std::uint64_t i_wanted);

@@ -4,10 +4,12 @@
 #include "dnet/DNetManager.h"
 
 #include <QTcpSocket>
+#include <QTimer>
 #include <QtEndian>
 
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "dnet/DNetState.h"
 #include "server/Server.h"
@@ -197,11 +199,8 @@ bool DNetManager::TakeSearch()
     std::int64_t const l_second = m_clock.elapsed() / 1000;
     if (l_second != m_searchSecond)
     {
-        if (m_searchesDropped > 0)
-            DNetLog(1, QStringLiteral("%1 distributed messages were dropped in that second").arg(m_searchesDropped));
         m_searchSecond = l_second;
         m_searchesTaken = 0;
-        m_searchesDropped = 0;
     }
     if (m_searchesTaken < DNetLimits::s_maxSearchesPerSecond)
     {
@@ -209,9 +208,15 @@ bool DNetManager::TakeSearch()
         return true;
     }
     if (m_searchesDropped++ == 0)
+    {
         DNetLog(1, QStringLiteral("More than %1 distributed messages came within a second; the rest of that second are "
                                   "dropped")
                        .arg(DNetLimits::s_maxSearchesPerSecond));
+        // The count is told once the flood has had its second, whether more come or not.
+        QTimer::singleShot(1000 - m_clock.elapsed() % 1000, this, [this] {
+            DNetLog(1, QStringLiteral("%1 distributed messages were dropped").arg(std::exchange(m_searchesDropped, 0)));
+        });
+    }
     return false;
 }
 

@@ -90,9 +90,13 @@ inline constexpr std::size_t s_maxPeerSockets =
     s_maxUninitializedSockets + s_maxMessagingConnections + s_maxDialBackSockets + s_maxDirectAttempts;
 // Descriptors the client asks the system for at start: those sockets, the transfers with their
 // files and sockets, the search tree, and the data file and its saves. When the system grants
-// fewer, an accept that fails is logged and accepting resumes a second later.
+// fewer, accepting pauses while few are left, logged, and resumes once there are more.
 inline constexpr std::uint64_t s_wantedDescriptors = 4096;
 static_assert(s_maxPeerSockets < s_wantedDescriptors / 2);
+// Descriptors kept free for files, transfers and outgoing connections: with fewer left, peer
+// connections are not accepted. Past the last one, every accept would fail and be retried at
+// once, holding the event loop.
+inline constexpr int s_reservedDescriptors = 32;
 // Bytes of messages waiting for a connection, all users together; the oldest go first.
 inline constexpr std::uint64_t s_maxQueuedBytes = 64ull * 1024 * 1024;
 } // namespace PeerLimits

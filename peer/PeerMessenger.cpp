@@ -283,6 +283,11 @@ void PeerMessenger::OnNewConnection()
         // Bytes may have come with the connection already.
         if (lp_socket->bytesAvailable() > 0)
             QMetaObject::invokeMethod(lp_socket, "readyRead", Qt::QueuedConnection);
+        if (!DescriptorsToSpare())
+        {
+            PauseAccepting();
+            return;
+        }
     }
 }
 
@@ -292,7 +297,35 @@ void PeerMessenger::OnAcceptError(QAbstractSocket::SocketError)
     Line(1, QStringLiteral("Could not accept a peer connection: %1; accepting again in %2 ms")
                 .arg(m_listener.errorString())
                 .arg(s_acceptPauseMs));
-    QTimer::singleShot(s_acceptPauseMs, this, [this] { m_listener.resumeAccepting(); });
+    QTimer::singleShot(s_acceptPauseMs, this, &PeerMessenger::ResumeAccepting);
+}
+
+bool PeerMessenger::DescriptorsToSpare() const
+{
+    return SpareDescriptors(static_cast<int>(m_listener.socketDescriptor()), PeerLimits::s_reservedDescriptors) >=
+           PeerLimits::s_reservedDescriptors;
+}
+
+void PeerMessenger::PauseAccepting()
+{
+    m_listener.pauseAccepting();
+    Line(1, QStringLiteral("Fewer than %1 descriptors are left; not accepting peer connections for %2 ms")
+                .arg(PeerLimits::s_reservedDescriptors)
+                .arg(s_acceptPauseMs));
+    QTimer::singleShot(s_acceptPauseMs, this, &PeerMessenger::ResumeAccepting);
+}
+
+void PeerMessenger::ResumeAccepting()
+{
+    if (!m_listener.isListening())
+        return;
+    if (!DescriptorsToSpare())
+        QTimer::singleShot(s_acceptPauseMs, this, &PeerMessenger::ResumeAccepting);
+    else
+    {
+        Line(1, QStringLiteral("Accepting peer connections again"));
+        m_listener.resumeAccepting();
+    }
 }
 
 void PeerMessenger::MakeRoomForUninitialized()

@@ -74,6 +74,8 @@ public:
     std::uint64_t QueuedBytes() const { return m_queuedBytes; }
 
     bool HandleMessage(QTcpSocket* ip_socket, MemStream& i_message);
+    // A body that held up its connection has been read: the connection goes on, or goes.
+    void BodyRead(QTcpSocket* ip_socket, bool i_keep);
 
 signals:
     void FileConnectionAccepted(std::string const& i_user, QTcpSocket* ip_socket);
@@ -139,6 +141,10 @@ private:
     void OnUsernameChanged(Item* ip_key);
 
     bool Listen();
+    // Whether the reserve of descriptors is free; with less, accepting pauses and retries.
+    bool DescriptorsToSpare() const;
+    void PauseAccepting();
+    void ResumeAccepting();
     void StartDirectAttempt(ItemPtr i_attempt, ItemPtr i_user, char const* i_type);
     // A socket dialling the user's stored address, with its item of the given type connected
     // to i_owner (the attempt or the dial-back request).

@@ -48,7 +48,7 @@ void PeerMessenger::OnSocketReadyToRead()
     SocketBufferInfo& l_info = Buffer(lp_socket);
     for (int l_frames = 0;; ++l_frames)
     {
-        if (lp_socket->bytesAvailable() <= 0)
+        if (lp_socket->bytesAvailable() <= 0 || l_info.m_bodyPending)
             return;
         if (l_frames == PeerLimits::s_maxFramesPerTurn)
         {
@@ -119,6 +119,19 @@ bool PeerMessenger::HandleMessage(QTcpSocket* ip_socket, MemStream& i_message)
     if (auto const l_buffer = m_buffers.find(ip_socket); l_buffer != m_buffers.end())
         l_buffer->second.m_messageReceived = true;
     return mp_handler->Handle(ip_socket, l_socket.GetItem("user").AsString(), i_message);
+}
+
+void PeerMessenger::BodyRead(QTcpSocket* ip_socket, bool i_keep)
+{
+    if (!i_keep)
+    {
+        disconnect(ip_socket, nullptr, this, nullptr);
+        DisposeOfSocket(ip_socket);
+        return;
+    }
+    Buffer(ip_socket).m_bodyPending = false;
+    if (ip_socket->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(ip_socket, "readyRead", Qt::QueuedConnection);
 }
 
 // ---- Frames out ----

@@ -1,10 +1,13 @@
 // Bounds on what one peer may announce, hold and send at once on messaging connections.
 
+#include <QElapsedTimer>
 #include <QTest>
+#include <QTimer>
 
 #include <utility>
 
 #include "PeerFixture.h"
+#include "peer/Compression.h"
 
 // A body is held to the bound of the code it starts with, which is checked once the code is in:
 // a small message that claims a large body is refused before its body is buffered, a bulk one
@@ -100,4 +103,34 @@ TEST_F(PeerTest, ABurstOnOneConnectionLetsOthersIn)
     qsizetype const l_ben = m_events.indexOf("43|ben|b");
     EXPECT_GT(l_ben, 0);
     EXPECT_LT(l_ben, l_burst / 2);
+}
+
+// A bomb is inflated away from the event loop: timers keep firing while it is, the connection
+// goes once it passes the bound, and the frames behind it on that connection are not handled.
+TEST_F(PeerTest, ACompressedBodyIsInflatedAwayFromTheEventLoop)
+{
+    QByteArray const l_bomb = PeerLink::DeflatedZeros(1ull << 30);
+    QElapsedTimer l_clock;
+    l_clock.start();
+    MemStream l_body;
+    ASSERT_EQ(Inflate(l_bomb.constData(), static_cast<std::size_t>(l_bomb.size()), l_body), InflateResult::TooLarge);
+    qint64 const l_inlineMs = l_clock.elapsed();
+    if (l_inlineMs < 40)
+        GTEST_SKIP() << "inflating the bomb takes " << l_inlineMs << " ms here, too little to tell a held loop";
+
+    std::unique_ptr<PeerLink> lp_link = OpenFrom("bomber");
+    QTimer l_tick;
+    qint64 l_last = l_clock.elapsed();
+    qint64 l_longestGap = 0;
+    QObject::connect(&l_tick, &QTimer::timeout, [&] {
+        l_longestGap = std::max(l_longestGap, l_clock.elapsed() - l_last);
+        l_last = l_clock.elapsed();
+    });
+    l_tick.start(5);
+    lp_link->Send(Body(5).Raw(l_bomb));
+    lp_link->Send(Body(43).Str("behind"));
+    ASSERT_TRUE(lp_link->WaitClosed(10000));
+    EXPECT_LT(l_longestGap, l_inlineMs / 2);
+    EXPECT_TRUE(m_lines.contains("1|PM_SHARED_FILE_LIST message from user bomber inflates to more than 268435456 bytes; closing"));
+    EXPECT_FALSE(m_events.contains("43|bomber|behind"));
 }

@@ -89,6 +89,9 @@ signals:
     void DownloadProgressed(ItemPtr i_download);
     void UploadProgressed(ItemPtr i_upload);
     void TransfersLoaded();
+    // A transfer that ran to its end: the file is whole in complete/, or whole at the peer.
+    void DownloadFinished(ItemPtr i_download);
+    void UploadFinished(ItemPtr i_upload);
 
 public slots:
     void OnFileTransferRequest(std::string const& i_user, int i_direction, unsigned int i_req, std::string const& i_file,

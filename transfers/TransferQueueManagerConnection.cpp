@@ -190,6 +190,7 @@ void TransferQueueManager::OnDownloadComplete()
                     l_entry.HasItem("user"));
     SetDownloadEntryStatus(l_entry, "complete");
     RemoveDownloadDownloadingFolderIfAppropriate(l_entry);
+    emit DownloadFinished(l_entry);
 }
 
 void TransferQueueManager::OnDownloadError()

@@ -483,6 +483,7 @@ void TransferQueueManager::OnUploadComplete()
     if (gp_server)
         gp_server->SendUploadSpeed(l_speed);
     SetUploadEntryStatus(l_entry, "complete");
+    emit UploadFinished(l_entry);
     StartNewUploads();
 }
 

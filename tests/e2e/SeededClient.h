@@ -39,6 +39,7 @@ public:
     // SIGTERM and a normal exit within the time; the downloads of the data file saved on the way out.
     std::vector<SavedGraph::Download> Stop();
     bool IsRunning() const { return m_client.IsRunning(); }
+    ClientProcess& Process() { return m_client; }
     QByteArray Output() { return m_client.Output(); }
 
 private:

@@ -1,7 +1,5 @@
 #include "HostileClient.h"
 
-#include <QFile>
-#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -11,20 +9,10 @@
 #include <string>
 #include <utility>
 
+#include "ClientChecks.h"
 #include "support/FreePort.h"
 #include "support/SavedGraph.h"
 #include "support/WaitFor.h"
-
-namespace
-{
-// A stall reported by the client's probe: how late the loop was, and how much of it was spent
-// computing. Only the latter is the client's doing on a busy shared machine.
-QRegularExpression const& StallLine()
-{
-    static QRegularExpression const s_line(QStringLiteral("Event loop stalled for (\\d+) ms, (\\d+) ms of it busy"));
-    return s_line;
-}
-} // namespace
 
 HostileClient::HostileClient()
 {
@@ -55,13 +43,7 @@ bool HostileClient::Start(std::function<void()> const& i_beforeLogin)
 
 bool HostileClient::AnswersAPeer()
 {
-    ScriptedPeer l_peer;
-    std::unique_ptr<PeerLink> lp_link = l_peer.Dial(m_port);
-    if (!lp_link)
-        return false;
-    lp_link->SendGreeting("prober", "P");
-    lp_link->Send(Body(4));
-    return !lp_link->TakeFrame(5, 5000).isEmpty();
+    return ::AnswersAPeer(m_port);
 }
 
 std::unique_ptr<PeerLink> HostileClient::Dial(QByteArray const& i_greetAs, QByteArray const& i_type)
@@ -79,10 +61,8 @@ void HostileClient::Attack(char const* i_name, qint64 i_boundKiB, QByteArray con
                            std::function<void()> const& i_body)
 {
     SCOPED_TRACE(i_name);
-    QFile l_clear(QStringLiteral("/proc/%1/clear_refs").arg(m_client.Pid()));
-    ASSERT_TRUE(l_clear.open(QIODevice::WriteOnly) && l_clear.write("5") == 1);
-    l_clear.close();
-    qint64 const l_before = StatusKiB("VmRSS");
+    ASSERT_TRUE(ResetPeakMemory(m_client.Pid()));
+    qint64 const l_before = StatusKiB(m_client.Pid(), "VmRSS");
     qsizetype const l_offset = m_client.Output().size();
     i_body();
     ASSERT_TRUE(m_client.IsRunning()) << m_client.Output().toStdString();
@@ -90,7 +70,7 @@ void HostileClient::Attack(char const* i_name, qint64 i_boundKiB, QByteArray con
     ASSERT_TRUE(AnswersAPeer()) << LogSince(l_offset).right(4000).toStdString();
     qint64 const l_busy = LongestBusyStall(l_offset);
     EXPECT_LE(l_busy, 100);
-    qint64 const l_rise = StatusKiB("VmHWM") - l_before;
+    qint64 const l_rise = StatusKiB(m_client.Pid(), "VmHWM") - l_before;
     EXPECT_LT(l_rise, std::min(i_boundKiB + s_marginKiB, s_maxRiseKiB));
     std::cout << "[ FIGURES  ] " << i_name << ": resident rise " << l_rise / 1024 << " MiB, longest busy stall " << l_busy
               << " ms" << std::endl;
@@ -103,27 +83,12 @@ bool HostileClient::WaitForLog(qsizetype i_offset, QByteArray const& i_text, int
 
 qint64 HostileClient::LongestBusyStall(qsizetype i_offset)
 {
-    qint64 l_longest = 0;
-    QString const l_log = QString::fromUtf8(LogSince(i_offset));
-    for (QRegularExpressionMatch const& l_match : StallLine().globalMatch(l_log))
-        l_longest = std::max(l_longest, l_match.captured(2).toLongLong());
-    return l_longest;
+    return LongestBusyStallMs(LogSince(i_offset));
 }
 
 bool HostileClient::Stop()
 {
     return m_client.Terminate(20000) && m_client.ExitCode() == 0;
-}
-
-qint64 HostileClient::StatusKiB(QByteArray const& i_field) const
-{
-    QFile l_status(QStringLiteral("/proc/%1/status").arg(m_client.Pid()));
-    if (!l_status.open(QIODevice::ReadOnly))
-        return -1;
-    for (QByteArray const& l_line : l_status.readAll().split('\n'))
-        if (l_line.startsWith(i_field + ':'))
-            return l_line.mid(i_field.size() + 1).trimmed().split(' ').value(0).toLongLong();
-    return -1;
 }
 
 qint64 RaiseDescriptorLimit()

@@ -53,8 +53,6 @@ public:
     bool Stop();
 
 private:
-    qint64 StatusKiB(QByteArray const& i_field) const;
-
     QTemporaryDir m_dir;
     std::unique_ptr<CentralServerProcess> mp_server;
     ClientProcess m_client;

@@ -24,7 +24,9 @@ std::unique_ptr<Ui::TransfersForm> MakeUi(QWidget* ip_form)
 
 void SetStartingWidths(QTreeWidget* ip_tree)
 {
-    int const l_widths[] = {100, 125, 125, 100, 140, 80, 40, 90, 40};
+    // Wide enough for an offline mark, a peer's usual refusal, an hour-long ETA and speeds in
+    // the thousands; the names of folders and files take what is left.
+    int const l_widths[] = {120, 105, 120, 150, 140, 90, 60, 105, 40};
     for (int l_column = 0; l_column < ip_tree->columnCount(); ++l_column)
         ip_tree->setColumnWidth(l_column, l_widths[l_column]);
 }

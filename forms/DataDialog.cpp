@@ -31,6 +31,8 @@ DataDialog::DataDialog(Data* ip_data, QWidget* ip_parent)
     mp_ui->itemList->setModel(mp_itemModel);
     mp_treeModel = new DataTreeModel(this);
     mp_ui->itemDataTree->setModel(mp_treeModel);
+    // The tree's one column is the clicked item's connections; a header would only number it.
+    mp_ui->itemDataTree->setHeaderHidden(true);
 
     for (auto const& [l_name, lp_type] : mp_data->Types())
         ShowCount(lp_type, lp_type->ItemCount());

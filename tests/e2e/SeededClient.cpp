@@ -54,14 +54,7 @@ void SeededClient::QueueDownload(std::string const& i_user, QString const& i_rem
 void SeededClient::QueueDownload(std::string const& i_user, std::string const& i_remoteFolder, std::string const& i_fileName,
                                  qint64 i_size)
 {
-    SavedGraph::Download l_entry;
-    l_entry.m_user = i_user;
-    l_entry.m_remoteFolder = i_remoteFolder;
-    l_entry.m_fileName = i_fileName;
-    l_entry.m_fileSize = std::to_string(i_size);
-    l_entry.m_status = "queued";
-    l_entry.m_order = std::to_string(++m_order);
-    m_seed->AddDownload(l_entry);
+    m_seed->AddDownload(QueuedDownload(i_user, i_remoteFolder, i_fileName, i_size, ++m_order));
 }
 
 bool SeededClient::Start(CentralServerProcess& io_server)
@@ -85,6 +78,19 @@ std::vector<SavedGraph::Download> SeededClient::Stop()
     SavedGraph l_saved;
     l_saved.Load(DataFile());
     return l_saved.Downloads();
+}
+
+SavedGraph::Download QueuedDownload(std::string const& i_user, std::string const& i_remoteFolder, std::string const& i_fileName,
+                                    qint64 i_size, int i_order)
+{
+    SavedGraph::Download l_entry;
+    l_entry.m_user = i_user;
+    l_entry.m_remoteFolder = i_remoteFolder;
+    l_entry.m_fileName = i_fileName;
+    l_entry.m_fileSize = std::to_string(i_size);
+    l_entry.m_status = "queued";
+    l_entry.m_order = std::to_string(i_order);
+    return l_entry;
 }
 
 std::string RemotePath(QString const& i_local)

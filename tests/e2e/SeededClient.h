@@ -57,6 +57,9 @@ private:
     int m_order = 0;
 };
 
+// A download entry waiting in the queue at the place given, as a data file keeps it.
+SavedGraph::Download QueuedDownload(std::string const& i_user, std::string const& i_remoteFolder, std::string const& i_fileName,
+                                    qint64 i_size, int i_order);
 // A file's path as peers name it: the separators of the network are backslashes.
 std::string RemotePath(QString const& i_local);
 QByteArray RandomBytes(qsizetype i_size, quint32 i_seed);

@@ -10,7 +10,9 @@ using TestApplication = QCoreApplication;
 
 int main(int argc, char** argv)
 {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Pictures are taken on the display the caller names; everything else runs headless.
+    if (!qEnvironmentVariableIsSet("TIDEWICK_SCREENSHOT_DIR"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     TestApplication l_app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

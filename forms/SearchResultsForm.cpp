@@ -47,7 +47,8 @@ SearchResultsForm::SearchResultsForm(QWidget* ip_parent)
     mp_ui->setupUi(this);
     setFocusProxy(mp_ui->searchResultsTreeWidget);
     QTreeWidget* lp_tree = mp_ui->searchResultsTreeWidget;
-    int const l_widths[] = {100, 40, 40, 150, 170, 70};
+    // Wide enough for long queues, speeds in the thousands and sizes of many gigabytes.
+    int const l_widths[] = {100, 50, 60, 150, 170, 105};
     for (int l_column = 0; l_column < SearchResultListItem::AttributesColumn; ++l_column)
         lp_tree->setColumnWidth(l_column, l_widths[l_column]);
     lp_tree->header()->setStretchLastSection(true);

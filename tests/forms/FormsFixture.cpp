@@ -85,6 +85,20 @@ void FormsTest::CloseDialogs()
     QApplication::processEvents();
 }
 
+QStringList CutTexts(QTreeWidget* ip_tree, QList<int> const& i_columns)
+{
+    QFontMetrics const l_metrics(ip_tree->font());
+    // The room the view leaves beside a cell's text.
+    int const l_margin = 2 * (ip_tree->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, ip_tree) + 1);
+    QStringList l_cut;
+    for (QTreeWidgetItemIterator l_it(ip_tree); *l_it; ++l_it)
+        for (int l_column : i_columns)
+            if (QString const l_text = (*l_it)->text(l_column);
+                ip_tree->columnWidth(l_column) < l_metrics.horizontalAdvance(l_text) + l_margin)
+                l_cut << QStringLiteral("%1: %2").arg(l_column).arg(l_text);
+    return l_cut;
+}
+
 QStringList QueuedDownloads()
 {
     std::vector<Item*> l_entries;

@@ -46,6 +46,9 @@ inline void PrintTo(QString const& i_text, std::ostream* op_stream) { *op_stream
 // The download queue in its order, each entry as "user|folder|name|size".
 QStringList QueuedDownloads();
 
+// The texts in the tree's columns given that their cells cut short, each as "column: text".
+QStringList CutTexts(QTreeWidget* ip_tree, QList<int> const& i_columns);
+
 // The chat view and line of a room's or a user's chat form, and a line typed into it and entered.
 inline QTextBrowser* View(QWidget* ip_form) { return Child<QTextBrowser>(ip_form, "chatView"); }
 inline QLineEdit* Edit(QWidget* ip_form) { return Child<QLineEdit>(ip_form, "chatEdit"); }

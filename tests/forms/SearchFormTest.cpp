@@ -193,6 +193,21 @@ TEST_F(SearchFormTest, RowsShowTheirColumnsAndBothOrdersRankUsers)
                  "Unshare files from user"}));
 }
 
+// Speeds in the thousands, long queues and sizes of many gigabytes are read whole in the
+// columns' starting widths.
+TEST_F(SearchFormTest, StartingWidthsHoldTheFigures)
+{
+    quint32 const l_ticket = Search("film");
+    Answer("ann", l_ticket, {{"films\\film one.mkv", 99999999999ull}}, {false, 9999 * 1024, 12345});
+    Answer("bob", l_ticket, {{"films\\film two.mkv", 4700000000ull}}, {true, 123456, 0});
+    ASSERT_TRUE(WaitFiles(0, 2));
+    QTreeWidget* lp_tree = Tree(0);
+    lp_tree->expandAll();
+    EXPECT_EQ(CutTexts(lp_tree, {SearchResultListItem::FreeColumn, SearchResultListItem::SpeedColumn,
+                                 SearchResultListItem::SizeColumn}),
+              QStringList());
+}
+
 TEST_F(SearchFormTest, FilterMatchesFolderOrFileAndGivesTheSameRowsBeforeOrAfterResults)
 {
     QList<Found> const l_files{{"Music\\Rock\\one.mp3"}, {"Music\\Rock\\Two.ogg"}, {"Docs\\rock notes.txt"}, {"Docs\\other.txt"}};

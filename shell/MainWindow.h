@@ -54,7 +54,7 @@ public:
     void ShowStatusMessage(QString const& i_text) override;
 
 public slots:
-    void EveryFiveMinutes();
+    void OnSaveTimer();
 
 public:
     // The window as the size manager sees it.

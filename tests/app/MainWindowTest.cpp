@@ -40,6 +40,7 @@ TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHintAndTheMenuFollowsThe
     for (auto [lp_timer, l_interval] :
          {std::pair{timerManager->HalfMinuteTimer(), 30000}, {timerManager->FiveMinuteTimer(), 300000}, {timerManager->HourTimer(), 3600000}})
         EXPECT_TRUE(lp_timer->isActive() && lp_timer->interval() == l_interval) << l_interval;
+    EXPECT_TRUE(timerManager->SaveTimer()->isActive());
 
     // The connection menu follows the server's state; of the failures only a wrong password is shown.
     for (auto [lp_signal, l_connect, l_disconnect] :
@@ -54,20 +55,20 @@ TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHintAndTheMenuFollowsThe
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 1);
 }
 
-TEST(MainWindow, FiveMinuteSaveWritesTheDataFile)
+TEST(MainWindow, PeriodicSaveWritesTheDataFile)
 {
     MainWindow* lp_window = AppEnvironment::Window();
     QString const l_file = AppEnvironment::Home() + QStringLiteral("/.Tidewick");
     QFile::remove(l_file);
     SetGlobal("download_folder", "/tmp/somewhere");
-    lp_window->EveryFiveMinutes();
+    lp_window->OnSaveTimer();
     EXPECT_TRUE(dataSaver->WaitForBackgroundSave());
     QFile l_saved(l_file);
     ASSERT_TRUE(l_saved.open(QIODevice::ReadOnly));
     EXPECT_TRUE(l_saved.readAll().contains("/tmp/somewhere"));
     // Nothing saved has changed since: the next period writes nothing.
     QFile::remove(l_file);
-    lp_window->EveryFiveMinutes();
+    lp_window->OnSaveTimer();
     dataSaver->WaitForBackgroundSave();
     EXPECT_FALSE(QFile::exists(l_file));
 }

@@ -4,6 +4,7 @@
 #include "AppTest.h"
 #include "shell/ActionSetToolBar.h"
 #include "store/DataSaver.h"
+#include "support/WaitFor.h"
 
 using namespace Qt::StringLiterals;
 
@@ -71,6 +72,14 @@ TEST(MainWindow, PeriodicSaveWritesTheDataFile)
     lp_window->OnSaveTimer();
     dataSaver->WaitForBackgroundSave();
     EXPECT_FALSE(QFile::exists(l_file));
+    // The save timer is what calls it.
+    SetGlobal("download_folder", "/tmp/elsewhere");
+    timerManager->SaveTimer()->start(10);
+    EXPECT_TRUE(WaitFor([&] { return QFile::exists(l_file); }));
+    EXPECT_TRUE(dataSaver->WaitForBackgroundSave());
+    QFile l_timed(l_file);
+    ASSERT_TRUE(l_timed.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(l_timed.readAll().contains("/tmp/elsewhere"));
 }
 
 TEST(MainWindow, ADamagedDataFileIsKeptAsItWasAndTheUserIsTold)

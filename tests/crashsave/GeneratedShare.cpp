@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <tuple>
 
 #include "support/MP3Frames.h"
 
@@ -19,6 +20,11 @@ template <typename T, std::size_t N>
 T const& Pick(T const (&i_choices)[N], std::mt19937& io_random)
 {
     return i_choices[std::uniform_int_distribution<std::size_t>(0, N - 1)(io_random)];
+}
+
+bool ByPath(SavedGraph::ScannedFile const& i_a, SavedGraph::ScannedFile const& i_b)
+{
+    return std::tie(i_a.m_folder, i_a.m_name) < std::tie(i_b.m_folder, i_b.m_name);
 }
 
 bool WriteEmpty(std::string const& i_path)
@@ -54,10 +60,11 @@ bool GeneratedShare::Create(int i_files, SavedGraph& io_seed)
                                        "0", "1", Pick(s_modes, m_random), "0", Pick(s_rateModes, m_random), Pick(s_rates, m_random)};
         if (!WriteEmpty(KeyOf(l_file)))
             return false;
-        io_seed.AddScannedFile(l_file);
-        m_previous.emplace(KeyOf(l_file), l_file);
+        io_seed.AddScannedFile(m_folder, l_file);
+        m_previous.push_back(l_file);
         m_onDisk.emplace(KeyOf(l_file), std::move(l_file));
     }
+    std::sort(m_previous.begin(), m_previous.end(), ByPath);
     io_seed.ShareFolder(m_folder, SavedGraph::Access::Everyone);
     return true;
 }
@@ -89,51 +96,74 @@ bool GeneratedShare::Change(int i_remove, int i_add)
     return true;
 }
 
-std::vector<std::string> GeneratedShare::Check(std::vector<SavedGraph::ScannedFile> const& i_loaded) const
+std::vector<std::string> GeneratedShare::Check(std::vector<SavedGraph::ScannedFile>& io_loaded) const
 {
     constexpr std::size_t s_maxLines = 5;
     std::vector<std::string> l_problems;
     auto const l_report = [&](std::string const& i_what, SavedGraph::ScannedFile const& i_file)
     {
         if (l_problems.size() < s_maxLines)
-            l_problems.push_back(i_what + ": " + KeyOf(i_file) + " [" + i_file.m_size + " " +
-                                 i_file.m_mpegVersion + " " + i_file.m_channelMode + " " + i_file.m_frequency + " " +
-                                 i_file.m_bitrateMode + " " + i_file.m_bitrate + "]");
+            l_problems.push_back(i_what + ": " + KeyOf(i_file) + " [" + i_file.m_size + " " + i_file.m_mpegVersion + " " +
+                                 i_file.m_channelMode + " " + i_file.m_frequency + " " + i_file.m_bitrateMode + " " +
+                                 i_file.m_bitrate + "]");
     };
-    std::unordered_map<std::string, SavedGraph::ScannedFile const*> l_loaded;
-    l_loaded.reserve(i_loaded.size());
-    for (SavedGraph::ScannedFile const& l_file : i_loaded)
-        if (!l_loaded.emplace(KeyOf(l_file), &l_file).second)
-            l_report("held twice", l_file);
-    for (auto const& [l_key, l_file] : l_loaded)
+    auto const l_onDisk = [&](SavedGraph::ScannedFile const& i_file) -> SavedGraph::ScannedFile const*
     {
-        auto const l_previous = m_previous.find(l_key);
-        auto const l_now = m_onDisk.find(l_key);
-        bool const l_asBefore = l_previous != m_previous.end() && l_previous->second == *l_file;
-        bool const l_asNow = l_now != m_onDisk.end() && l_now->second == *l_file;
-        if (!l_asBefore && !l_asNow)
+        auto const l_found = m_onDisk.find(KeyOf(i_file));
+        return l_found == m_onDisk.end() ? nullptr : &l_found->second;
+    };
+    std::sort(io_loaded.begin(), io_loaded.end(), ByPath);
+    // Both lists in path order, walked side by side.
+    auto l_previous = m_previous.begin();
+    for (auto l_file = io_loaded.begin(); l_file != io_loaded.end(); ++l_file)
+    {
+        if (l_file != io_loaded.begin() && !ByPath(*std::prev(l_file), *l_file))
+            l_report("held twice", *l_file);
+        for (; l_previous != m_previous.end() && ByPath(*l_previous, *l_file); ++l_previous)
+            // A file saved before that is still on the disk was found again by the rescan:
+            // every save since holds it.
+            if (l_onDisk(*l_previous))
+                l_report("lost", *l_previous);
+        bool l_asBefore = false;
+        if (l_previous != m_previous.end() && !ByPath(*l_file, *l_previous))
+            l_asBefore = *l_previous++ == *l_file;
+        if (l_asBefore)
+            continue;
+        SavedGraph::ScannedFile const* lp_now = l_onDisk(*l_file);
+        if (!lp_now || !(*lp_now == *l_file))
             l_report("neither as before nor as on the disk", *l_file);
     }
-    // A file saved before that is still on the disk was found again by the rescan: every save
-    // since holds it.
-    for (auto const& [l_key, l_file] : m_previous)
-        if (m_onDisk.count(l_key) && !l_loaded.count(l_key))
-            l_report("lost", l_file);
+    for (; l_previous != m_previous.end(); ++l_previous)
+        if (l_onDisk(*l_previous))
+            l_report("lost", *l_previous);
     return l_problems;
 }
 
-std::pair<int, int> GeneratedShare::Accept(std::vector<SavedGraph::ScannedFile> const& i_loaded)
+std::pair<int, int> GeneratedShare::Accept(std::vector<SavedGraph::ScannedFile>&& i_loaded)
 {
-    Files l_next;
-    l_next.reserve(i_loaded.size());
-    int l_new = 0;
-    for (SavedGraph::ScannedFile const& l_file : i_loaded)
+    int l_kept = 0;
+    for (auto l_file = i_loaded.begin(), l_previous = m_previous.begin(); l_file != i_loaded.end() && l_previous != m_previous.end();)
     {
-        std::string l_key = KeyOf(l_file);
-        l_new += m_previous.count(l_key) == 0;
-        l_next.emplace(std::move(l_key), l_file);
+        if (ByPath(*l_file, *l_previous))
+            ++l_file;
+        else if (ByPath(*l_previous, *l_file))
+            ++l_previous;
+        else
+        {
+            ++l_kept;
+            ++l_file;
+            ++l_previous;
+        }
     }
-    int const l_gone = static_cast<int>(m_previous.size()) - (static_cast<int>(l_next.size()) - l_new);
-    m_previous.swap(l_next);
-    return {l_new, l_gone};
+    std::pair<int, int> const l_changes(static_cast<int>(i_loaded.size()) - l_kept, static_cast<int>(m_previous.size()) - l_kept);
+    m_previous = std::move(i_loaded);
+    return l_changes;
+}
+
+std::vector<SavedGraph::ScannedFile> GeneratedShare::OnDisk() const
+{
+    std::vector<SavedGraph::ScannedFile> l_files;
+    for (auto const& l_entry : m_onDisk)
+        l_files.push_back(l_entry.second);
+    return l_files;
 }

@@ -23,11 +23,13 @@ public:
     // Removes i_remove files of the disk at random and writes i_add new MP3 files.
     bool Change(int i_remove, int i_add);
     // What is wrong with the files read back, at most a few lines; empty when every file is in
-    // its previous or its new state, and none is missing that is still on the disk.
-    std::vector<std::string> Check(std::vector<SavedGraph::ScannedFile> const& i_loaded) const;
-    // The files read back become the previous state of the next run. Returns how many of them
-    // the previous state did not hold, and how many of its files they lack.
-    std::pair<int, int> Accept(std::vector<SavedGraph::ScannedFile> const& i_loaded);
+    // its previous or its new state, and none is missing that is still on the disk. Sorts them.
+    std::vector<std::string> Check(std::vector<SavedGraph::ScannedFile>& io_loaded) const;
+    // The files read back, sorted by Check, become the previous state of the next run. Returns
+    // how many of them the previous state did not hold, and how many of its files they lack.
+    std::pair<int, int> Accept(std::vector<SavedGraph::ScannedFile>&& i_loaded);
+    // Every file on the disk as the data file holds it once scanned.
+    std::vector<SavedGraph::ScannedFile> OnDisk() const;
 
 private:
     // The file's path.
@@ -39,6 +41,7 @@ private:
     std::vector<std::string> m_albums;
     // Each file on the disk, as the data file holds it once scanned.
     Files m_onDisk;
-    Files m_previous;
+    // Sorted by folder and name, so that a check walks it beside the files read back.
+    std::vector<SavedGraph::ScannedFile> m_previous;
     int m_added = 0;
 };

@@ -60,6 +60,8 @@ SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
         m_saver.AddSavedByConnectionType(lp_part, "shared_file");
     }
     m_saver.AddSavedByConnectionType("shared_file", "is_scanned");
+    // Every folder of a share is tied to the shared folder it was reached from.
+    lp_shared->RelateToType(m_data.GetType("shared_file_folder"), Many, Many, false);
     m_saver.m_savedTypes = {"global", "room_autojoin", "in_user_list", "user_list_group", "shared_folder", "unshared",
                             "wish_list_item", "wish_list_item_enabled", "download_entry", "is_scanned"};
     m_saver.AddSavedByConnectionType("shared_public", "shared_folder");
@@ -177,8 +179,9 @@ std::vector<std::string> SavedGraph::SavedSharedFiles() const
     return l_files;
 }
 
-void SavedGraph::AddScannedFile(ScannedFile const& i_file)
+void SavedGraph::AddScannedFile(std::string const& i_sharedFolder, ScannedFile const& i_file)
 {
+    m_data.GetType("shared_folder")->GetItem(i_sharedFolder)->Connect(m_data.GetType("shared_file_folder")->GetItem(i_file.m_folder));
     ItemPtr const l_file = m_data.GetType("shared_file")->NewItem();
     l_file.Connect(m_data.GetType("is_scanned")->GetGlobalNullItem());
     for (std::size_t l_index = 0; l_index < std::size(s_scannedFileParts); ++l_index)

@@ -57,7 +57,9 @@ public:
         std::string m_bitrate;
         bool operator==(ScannedFile const&) const = default;
     };
-    void AddScannedFile(ScannedFile const& i_file);
+    // The file's folder is tied to the shared folder, as the client's walk ties it; the shared
+    // folder's access is set apart (ShareFolder).
+    void AddScannedFile(std::string const& i_sharedFolder, ScannedFile const& i_file);
     // Every scanned file, in no particular order.
     std::vector<ScannedFile> ScannedFiles() const;
     void Unshare(std::string const& i_user);

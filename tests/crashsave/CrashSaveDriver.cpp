@@ -218,12 +218,12 @@ std::vector<std::string> Driver::CheckFile()
 {
     // What the loader logs is told only with a failure: a type the client relates that the
     // seed's schema does not is no damage.
+    if (!QFile::exists(QString::fromStdString(m_dataFile)))
+        return {"the data file is gone"};
     std::vector<std::string> l_log;
     SetLogSink([&](QString const& i_area, int, QString const& i_text, ItemPtr)
                { l_log.push_back("log: " + i_area.toStdString() + ": " + i_text.toStdString()); });
     SavedGraph l_loaded;
-    if (!QFile::exists(QString::fromStdString(m_dataFile)))
-        return {"the data file is gone"};
     l_loaded.Load(QString::fromStdString(m_dataFile));
     std::vector<std::string> l_problems;
     if (!l_loaded.DamagedCopy().empty())

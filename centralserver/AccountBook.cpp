@@ -1,5 +1,6 @@
 #include "AccountBook.h"
 
+#include "ServerLimits.h"
 #include "ServerLog.h"
 
 #include <QCryptographicHash>
@@ -51,7 +52,7 @@ bool AccountBook::Load(QString& o_error, int& o_skipped)
         auto l_salt = QByteArray::fromBase64Encoding(l_fields[1],
             QByteArray::AbortOnBase64DecodingErrors);
         QByteArray l_hash = QByteArray::fromHex(l_fields[2]);
-        if (!l_name || !l_salt || (*l_name).isEmpty() || (*l_name).size() > c_maxNameLength
+        if (!l_name || !l_salt || (*l_name).isEmpty() || (*l_name).size() > ServerLimits::c_maxNameLength
             || l_hash.size() != 32)
         {
             ++o_skipped;
@@ -64,7 +65,7 @@ bool AccountBook::Load(QString& o_error, int& o_skipped)
 
 AccountBook::LoginResult AccountBook::Login(QByteArray const& i_name, QByteArray const& i_password)
 {
-    if (i_name.isEmpty() || i_name.size() > c_maxNameLength)
+    if (i_name.isEmpty() || i_name.size() > ServerLimits::c_maxNameLength)
         return LoginResult::InvalidName;
     auto l_found = m_accounts.constFind(i_name);
     if (l_found != m_accounts.constEnd())

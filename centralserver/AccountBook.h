@@ -12,8 +12,6 @@
 class AccountBook
 {
 public:
-    static constexpr qsizetype c_maxNameLength = 255;
-
     enum class LoginResult
     {
         Registered,

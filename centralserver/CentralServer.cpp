@@ -1,15 +1,23 @@
 #include "CentralServer.h"
 
 #include "ClientConnection.h"
+#include "ServerLimits.h"
 #include "ServerLog.h"
 #include "WireReader.h"
 #include "WireWriter.h"
 
 #include <QTcpSocket>
+#include <QTimer>
 
 namespace
 {
 QByteArray const c_greeting = QByteArrayLiteral("Welcome to this Tidewick network.");
+// Out of descriptors, the listener stops accepting; it tries again after this, when some
+// connection may have gone.
+constexpr int c_acceptRetryMs = 1000;
+// Connections the kernel completes before they are accepted: a thousand clients coming back at
+// once after a restart wait there instead of retrying a second later.
+constexpr int c_listenBacklog = 1024;
 }
 
 CentralServer::CentralServer(ServerOptions const& i_options, QObject* ip_parent)
@@ -22,6 +30,7 @@ CentralServer::CentralServer(ServerOptions const& i_options, QObject* ip_parent)
     , m_tree(m_options.m_possibleParents)
 {
     connect(&m_listener, &QTcpServer::newConnection, this, &CentralServer::OnNewConnection);
+    connect(&m_listener, &QTcpServer::acceptError, this, &CentralServer::OnAcceptError);
 }
 
 CentralServer::~CentralServer()
@@ -36,6 +45,7 @@ bool CentralServer::Start(QString& o_error)
     int l_skipped = 0;
     if (!m_accounts.Load(o_error, l_skipped))
         return false;
+    m_listener.setListenBacklogSize(c_listenBacklog);
     if (!m_listener.listen(m_options.m_listenAddress, m_options.m_port))
     {
         o_error = QStringLiteral("cannot listen on %1 port %2: %3")
@@ -61,13 +71,15 @@ void CentralServer::OnNewConnection()
 {
     while (QTcpSocket* lp_socket = m_listener.nextPendingConnection())
     {
-        if (m_connections.size() >= c_maxConnections)
+        if (m_connections.size() >= ServerLimits::c_maxConnections)
         {
             ServerLog::Write(QStringLiteral("refusing connection: too many clients"));
             lp_socket->abort();
             lp_socket->deleteLater();
             continue;
         }
+        if (m_strangers.size() >= ServerLimits::c_maxConnectionsBeforeLogin)
+            m_strangers.takeFirst()->Abort(QStringLiteral("no login while newer connections wait"));
         auto* lp_connection = new ClientConnection(lp_socket,
             [this](ClientConnection& i_client, quint32 i_code, WireReader& i_reader) {
                 return HandleFrame(i_client, i_code, i_reader);
@@ -78,13 +90,24 @@ void CentralServer::OnNewConnection()
         connect(lp_connection, &ClientConnection::Closed, this,
             &CentralServer::OnConnectionClosed, Qt::QueuedConnection);
         m_connections.insert(lp_connection);
+        m_strangers.append(lp_connection);
     }
+}
+
+void CentralServer::OnAcceptError(QAbstractSocket::SocketError i_error)
+{
+    ServerLog::Write(QStringLiteral("cannot accept connections (%1): %2")
+            .arg(static_cast<int>(i_error))
+            .arg(m_listener.errorString()));
+    // A listener that stopped on a lack of descriptors would otherwise never accept again.
+    QTimer::singleShot(c_acceptRetryMs, this, [this] { m_listener.resumeAccepting(); });
 }
 
 void CentralServer::OnConnectionClosed(ClientConnection* ip_connection)
 {
     if (!m_connections.remove(ip_connection))
         return;
+    m_strangers.removeOne(ip_connection);
     Logout(*ip_connection, false);
     ip_connection->deleteLater();
 }
@@ -136,6 +159,7 @@ bool CentralServer::HandleLogin(ClientConnection& i_client, WireReader& i_reader
         lp_older->CloseAfterWrite();
     }
     i_client.SetLoggedIn(l_name, m_tree.RankOf(l_name));
+    m_strangers.removeOne(&i_client);
     m_sessions.Add(&i_client);
     m_tree.Join(i_client);
     ServerLog::Write(QStringLiteral("login %1 from %2")

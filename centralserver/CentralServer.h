@@ -8,6 +8,7 @@
 #include "SessionRegistry.h"
 #include "UserDirectory.h"
 
+#include <QList>
 #include <QObject>
 #include <QSet>
 #include <QTcpServer>
@@ -22,8 +23,6 @@ class CentralServer : public QObject
     Q_OBJECT
 
 public:
-    static constexpr qsizetype c_maxConnections = 4096;
-
     explicit CentralServer(ServerOptions const& i_options, QObject* ip_parent = nullptr);
     ~CentralServer() override;
 
@@ -34,6 +33,7 @@ public:
 private slots:
     void OnNewConnection();
     void OnConnectionClosed(ClientConnection* ip_connection);
+    void OnAcceptError(QAbstractSocket::SocketError i_error);
 
 private:
     bool HandleFrame(ClientConnection& i_client, quint32 i_code, WireReader& i_reader);
@@ -55,4 +55,6 @@ private:
     SearchTree m_tree;
     QTcpServer m_listener;
     QSet<ClientConnection*> m_connections;
+    // Connections not logged in yet, oldest first.
+    QList<ClientConnection*> m_strangers;
 };

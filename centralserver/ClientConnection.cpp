@@ -1,5 +1,6 @@
 #include "ClientConnection.h"
 
+#include "ServerLimits.h"
 #include "ServerLog.h"
 #include "WireReader.h"
 
@@ -9,8 +10,9 @@
 
 namespace
 {
-// Bounds what Qt itself buffers from the socket; the rest waits in the kernel.
-constexpr qint64 c_socketReadBuffer = 256 * 1024;
+// Every connection lives in the main thread.
+qint64 g_assemblingBytes = 0;
+qint64 g_pendingOutputBytes = 0;
 }
 
 ClientConnection::ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler,
@@ -20,16 +22,33 @@ ClientConnection::ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler
     , m_handler(std::move(i_handler))
 {
     mp_socket->setParent(this);
-    mp_socket->setReadBufferSize(c_socketReadBuffer);
+    mp_socket->setReadBufferSize(ServerLimits::c_socketReadBuffer);
     connect(mp_socket, &QTcpSocket::readyRead, this, &ClientConnection::OnReadyRead);
+    connect(mp_socket, &QTcpSocket::bytesWritten, this, &ClientConnection::OnBytesWritten);
     connect(mp_socket, &QTcpSocket::disconnected, this, &ClientConnection::OnDisconnected);
     connect(mp_socket, &QTcpSocket::errorOccurred, this, &ClientConnection::OnDisconnected);
     m_loginTimer.setSingleShot(true);
     connect(&m_loginTimer, &QTimer::timeout, this, &ClientConnection::OnLoginTimeout);
-    m_loginTimer.start(c_loginTimeoutMs);
+    m_loginTimer.start(ServerLimits::c_loginTimeoutMs);
     m_partialFrameTimer.setSingleShot(true);
     m_partialFrameTimer.setInterval(i_partialFrameTimeoutMs);
     connect(&m_partialFrameTimer, &QTimer::timeout, this, &ClientConnection::OnPartialFrameTimeout);
+}
+
+ClientConnection::~ClientConnection()
+{
+    ReleaseFrame();
+    g_pendingOutputBytes -= m_countedOutput;
+}
+
+qint64 ClientConnection::AssemblingBytes()
+{
+    return g_assemblingBytes;
+}
+
+qint64 ClientConnection::PendingOutputBytes()
+{
+    return g_pendingOutputBytes;
 }
 
 void ClientConnection::Send(QByteArray const& i_frame)
@@ -39,10 +58,15 @@ void ClientConnection::Send(QByteArray const& i_frame)
     mp_socket->write(i_frame);
     // Qt writes only when the event loop runs again; while one message is served to a crowd,
     // what piles up goes to the kernel now, so only a reader that does not read keeps it here.
-    if (mp_socket->bytesToWrite() > c_flushThreshold)
+    if (mp_socket->bytesToWrite() > ServerLimits::c_flushThreshold)
         mp_socket->flush();
-    if (mp_socket->bytesToWrite() > c_maxPendingOutput)
+    CountPendingOutput();
+    if (m_countedOutput > ServerLimits::c_maxPendingOutput)
         Abort(QStringLiteral("client does not read what it is sent"));
+    else if (g_pendingOutputBytes > ServerLimits::c_maxPendingOutputTotal
+        && m_countedOutput > ServerLimits::c_pendingOutputUnderPressure)
+        Abort(QStringLiteral("client reads too slowly while unsent output of all clients passes %1 bytes")
+                .arg(ServerLimits::c_maxPendingOutputTotal));
 }
 
 void ClientConnection::CloseAfterWrite()
@@ -60,6 +84,8 @@ void ClientConnection::Abort(QString const& i_reason)
     m_closing = true;
     ServerLog::Write(QStringLiteral("closing connection from %1: %2").arg(PeerText(), i_reason));
     mp_socket->abort();
+    CountPendingOutput();
+    ReleaseFrame();
     // abort() does not always report the close when the socket was already going down.
     OnDisconnected();
 }
@@ -110,7 +136,8 @@ bool ClientConnection::ReadFrames()
             if (mp_socket->read(l_length, 4) != 4)
                 return false;
             m_frameLength = qFromLittleEndian<quint32>(l_length);
-            quint32 const l_maxLength = IsLoggedIn() ? c_maxFrameLength : c_maxLoginFrameLength;
+            quint32 const l_maxLength =
+                IsLoggedIn() ? ServerLimits::c_maxFrameLength : ServerLimits::c_maxLoginFrameLength;
             if (m_frameLength < 4 || m_frameLength > l_maxLength)
             {
                 Abort(QStringLiteral("frame length %1 out of bounds").arg(m_frameLength));
@@ -118,13 +145,29 @@ bool ClientConnection::ReadFrames()
             }
             m_lengthKnown = true;
         }
+        if (m_frame.isEmpty())
+        {
+            // The code says how long the frame may be; no byte of the body is taken before it.
+            char l_code[4];
+            if (mp_socket->bytesAvailable() < 4)
+                return true;
+            if (mp_socket->peek(l_code, 4) != 4)
+                return false;
+            quint32 const l_codeValue = qFromLittleEndian<quint32>(l_code);
+            if (m_frameLength > ServerLimits::MaxFrameLength(l_codeValue))
+            {
+                Abort(QStringLiteral("frame length %1 out of bounds for message %2").arg(m_frameLength).arg(l_codeValue));
+                return true;
+            }
+        }
         qint64 l_wanted = qMin<qint64>(m_frameLength - m_frame.size(), mp_socket->bytesAvailable());
         if (l_wanted <= 0)
             return true;
         QByteArray l_part = mp_socket->read(l_wanted);
         if (l_part.isEmpty())
             return true;
-        m_frame.append(l_part);
+        if (!Assemble(l_part))
+            return true;
         if (m_frame.size() < static_cast<qsizetype>(m_frameLength))
             continue;
 
@@ -134,7 +177,7 @@ bool ClientConnection::ReadFrames()
         // The reader shares the bytes; clearing now lets them go with it, so that an idle
         // connection keeps nothing of its last frame.
         WireReader l_reader(m_frame);
-        m_frame.clear();
+        ReleaseFrame();
         quint32 l_code = l_reader.U32();
         if (!m_handler(*this, l_code, l_reader))
         {
@@ -146,9 +189,42 @@ bool ClientConnection::ReadFrames()
     return true;
 }
 
+bool ClientConnection::Assemble(QByteArray const& i_part)
+{
+    if (g_assemblingBytes + i_part.size() > ServerLimits::c_maxAssemblingBytes)
+    {
+        Abort(QStringLiteral("frames under assembly of all clients would pass %1 bytes")
+                .arg(ServerLimits::c_maxAssemblingBytes));
+        return false;
+    }
+    m_frame.append(i_part);
+    g_assemblingBytes += i_part.size();
+    return true;
+}
+
+void ClientConnection::ReleaseFrame()
+{
+    g_assemblingBytes -= m_frame.size();
+    m_frame.clear();
+}
+
+void ClientConnection::CountPendingOutput()
+{
+    qint64 const l_pending = mp_socket->bytesToWrite();
+    g_pendingOutputBytes += l_pending - m_countedOutput;
+    m_countedOutput = l_pending;
+}
+
+void ClientConnection::OnBytesWritten()
+{
+    CountPendingOutput();
+}
+
 void ClientConnection::OnDisconnected()
 {
     m_closing = true;
+    CountPendingOutput();
+    ReleaseFrame();
     if (m_closedSignalled)
         return;
     m_closedSignalled = true;

@@ -18,18 +18,6 @@ class ClientConnection : public QObject
     Q_OBJECT
 
 public:
-    // Frames above this close the connection; no message of the network comes near it.
-    static constexpr quint32 c_maxFrameLength = 1024 * 1024;
-    // Before login only the login itself is expected: two short strings and a few numbers.
-    // Anyone may connect, so a stranger may not make the server hold more than this.
-    static constexpr quint32 c_maxLoginFrameLength = 64 * 1024;
-    // A client whose unsent bytes pass this does not read what it is sent. Output is handed
-    // to the kernel whenever c_flushThreshold piles up, so a reader that keeps up holds at
-    // most that much here, however busy its rooms are.
-    static constexpr qint64 c_maxPendingOutput = 16 * 1024 * 1024;
-    static constexpr qint64 c_flushThreshold = 64 * 1024;
-    static constexpr int c_loginTimeoutMs = 60 * 1000;
-
     // The tree state a client reports about itself.
     struct TreeState
     {
@@ -53,6 +41,12 @@ public:
     // A frame begun and not completed within i_partialFrameTimeoutMs closes the connection.
     ClientConnection(QTcpSocket* ip_socket, FrameHandler i_handler, int i_partialFrameTimeoutMs,
         QObject* ip_parent);
+    ~ClientConnection() override;
+
+    // Bytes of frames under assembly and of output not yet taken by the kernel, all
+    // connections of the process together.
+    static qint64 AssemblingBytes();
+    static qint64 PendingOutputBytes();
 
     void Send(QByteArray const& i_frame);
     // Sends what is queued, then closes.
@@ -89,9 +83,16 @@ private slots:
     void OnDisconnected();
     void OnLoginTimeout();
     void OnPartialFrameTimeout();
+    void OnBytesWritten();
 
 private:
     bool ReadFrames();
+    // Takes i_part into the frame under assembly; false when the bytes of all frames under
+    // assembly would pass their bound.
+    bool Assemble(QByteArray const& i_part);
+    void ReleaseFrame();
+    // Brings the count of this connection's unsent bytes in the total up to date.
+    void CountPendingOutput();
 
     QTcpSocket* mp_socket;
     FrameHandler m_handler;
@@ -104,6 +105,7 @@ private:
     bool m_lengthKnown = false;
     quint32 m_frameLength = 0;
     QByteArray m_frame;
+    qint64 m_countedOutput = 0;
 
     QByteArray m_name;
     quint64 m_rank = 0;

@@ -2,6 +2,7 @@
 
 #include "AccountBook.h"
 #include "ClientConnection.h"
+#include "ServerLimits.h"
 #include "ServerLog.h"
 #include "SessionRegistry.h"
 #include "WireWriter.h"
@@ -26,9 +27,9 @@ void PrivateMessageBox::Post(ClientConnection& i_sender, QByteArray const& i_rec
         return;
     }
     Box const l_kept = m_pending.value(i_recipient);
-    if (l_kept.m_messages.size() >= c_maxPendingPerUser
-        || l_kept.m_bytes + i_text.size() > c_maxKeptBytesPerUser
-        || m_keptBytes + i_text.size() > c_maxKeptBytes)
+    if (l_kept.m_messages.size() >= ServerLimits::c_maxPendingMessagesPerUser
+        || l_kept.m_bytes + i_text.size() > ServerLimits::c_maxKeptMessageBytesPerUser
+        || m_keptBytes + i_text.size() > ServerLimits::c_maxKeptMessageBytes)
     {
         ServerLog::Write(QStringLiteral("private message dropped %1: too many kept").arg(l_route));
         return;

@@ -14,12 +14,6 @@ class SessionRegistry;
 class PrivateMessageBox
 {
 public:
-    static constexpr qsizetype c_maxPendingPerUser = 1000;
-    static constexpr qsizetype c_maxKeptBytes = 64 * 1024 * 1024;
-    // All that waits for a user goes out at once when it logs in, and must stay well below
-    // what marks a client as one that does not read.
-    static constexpr qsizetype c_maxKeptBytesPerUser = ClientConnection::c_maxPendingOutput / 4;
-
     PrivateMessageBox(SessionRegistry const& i_sessions, AccountBook const& i_accounts);
 
     void Post(ClientConnection& i_sender, QByteArray const& i_recipient, QByteArray const& i_text);

@@ -1,6 +1,7 @@
 #include "RoomDirectory.h"
 
 #include "ClientConnection.h"
+#include "ServerLimits.h"
 #include "ServerLog.h"
 #include "ServerOptions.h"
 #include "SessionRegistry.h"
@@ -27,9 +28,9 @@ RoomDirectory::RoomDirectory(SessionRegistry const& i_sessions, UserDirectory co
 void RoomDirectory::Enter(ClientConnection& i_client, QByteArray const& i_room)
 {
     QByteArray const& l_user = i_client.Name();
-    if (i_room.isEmpty() || i_room.size() > c_maxRoomNameLength)
+    if (i_room.isEmpty() || i_room.size() > ServerLimits::c_maxNameLength)
         return;
-    if (!m_rooms.contains(i_room) && m_rooms.size() >= c_maxRooms)
+    if (!m_rooms.contains(i_room) && m_rooms.size() >= ServerLimits::c_maxRooms)
     {
         ServerLog::Write(QStringLiteral("enter room refused %1 %2: too many rooms")
                 .arg(ServerLog::Printable(l_user), ServerLog::Printable(i_room)));

@@ -14,9 +14,6 @@ class UserDirectory;
 class RoomDirectory
 {
 public:
-    static constexpr qsizetype c_maxRoomNameLength = 255;
-    static constexpr qsizetype c_maxRooms = 10000;
-
     RoomDirectory(SessionRegistry const& i_sessions, UserDirectory const& i_users,
         ServerOptions const& i_options);
 

@@ -1,6 +1,7 @@
 #include "SearchTree.h"
 
 #include "ClientConnection.h"
+#include "ServerLimits.h"
 #include "ServerLog.h"
 #include "WireWriter.h"
 
@@ -169,7 +170,7 @@ void SearchTree::OfferParents(ClientConnection& i_client)
     if (IsWaiting(i_client))
     {
         ClientConnection::TreeState const& l_state = i_client.Tree();
-        qsizetype const l_most = qMin(l_state.m_wanted, c_maxNamedPerSession - l_state.m_named.size());
+        qsizetype const l_most = qMin(l_state.m_wanted, ServerLimits::c_maxNamedPerSession - l_state.m_named.size());
         // Downwards from the client's own rank: the youngest lower ranks first. The names
         // skipped are at most those named to the session before, which are bounded.
         for (auto l_entry = m_parents.lowerBound(i_client.Rank());
@@ -228,7 +229,7 @@ void SearchTree::Name(ClientConnection& i_client, QList<ClientConnection*> const
         ServerLog::Write(QStringLiteral("possible parents for %1: %2")
                 .arg(ServerLog::Printable(i_client.Name()), l_names.join(QStringLiteral(", "))));
     }
-    l_state.m_wanted = l_state.m_named.size() >= c_maxNamedPerSession
+    l_state.m_wanted = l_state.m_named.size() >= ServerLimits::c_maxNamedPerSession
         ? 0
         : qMax<qsizetype>(0, l_state.m_wanted - i_parents.size());
     if (IsWaiting(i_client))

@@ -21,9 +21,6 @@ class ClientConnection;
 class SearchTree
 {
 public:
-    // A session is named at most this many parents in all. A client that keeps saying it has
-    // no parent then cannot make the server keep more for it, nor skip more names it had.
-    static constexpr qsizetype c_maxNamedPerSession = 1000;
     // A parent that appears is named to at most this many waiting clients per report, the
     // next ones in turn across reports.
     static constexpr qsizetype c_waitingPerNewParent = 64;

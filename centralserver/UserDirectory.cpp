@@ -2,6 +2,7 @@
 
 #include "AccountBook.h"
 #include "ClientConnection.h"
+#include "ServerLimits.h"
 #include "ServerLog.h"
 #include "ServerOptions.h"
 #include "SessionRegistry.h"
@@ -48,9 +49,11 @@ QByteArray UserDirectory::Country(QByteArray const& i_user) const
 
 void UserDirectory::Track(ClientConnection& i_client, QByteArray const& i_user)
 {
-    // Kept also for a name without account, which may be registered later.
+    // Kept also for a name without account, which may be registered later; a name too long
+    // to be registered ever is not kept.
     bool l_exists = m_accounts.Exists(i_user);
-    if (i_client.Tracked().size() < c_maxTrackedPerClient)
+    if (i_client.Tracked().size() < ServerLimits::c_maxTrackedPerClient
+        && i_user.size() <= ServerLimits::c_maxNameLength)
         i_client.Tracked().insert(i_user);
     ServerLog::Write(QStringLiteral("track %1 %2")
                          .arg(ServerLog::Printable(i_client.Name()), ServerLog::Printable(i_user)));

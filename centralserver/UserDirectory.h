@@ -13,8 +13,6 @@ class WireWriter;
 class UserDirectory
 {
 public:
-    static constexpr qsizetype c_maxTrackedPerClient = 10000;
-
     UserDirectory(SessionRegistry const& i_sessions, AccountBook const& i_accounts,
         ServerOptions const& i_options);
 

@@ -1,5 +1,7 @@
 #include "WireReader.h"
 
+#include "ServerLimits.h"
+
 #include <QtEndian>
 
 WireReader::WireReader(QByteArray const& i_body)
@@ -36,7 +38,7 @@ quint32 WireReader::U32()
 QByteArray WireReader::String()
 {
     quint32 l_length = U32();
-    if (!m_ok || l_length > c_maxStringLength || !Take(l_length))
+    if (!m_ok || l_length > ServerLimits::c_maxStringLength || !Take(l_length))
     {
         m_ok = false;
         return {};

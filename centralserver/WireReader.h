@@ -8,9 +8,6 @@
 class WireReader
 {
 public:
-    // Strings longer than this are refused, like every other reader on the network.
-    static constexpr quint32 c_maxStringLength = 0x20000;
-
     explicit WireReader(QByteArray const& i_body);
 
     quint8 U8();

@@ -6,9 +6,25 @@
 #include <QCoreApplication>
 
 #include <cstdio>
+#include <sys/resource.h>
+
+namespace
+{
+// A descriptor per connection: the usual soft limit of 1024 would stop the server well below
+// the connections it allows, so it takes what the hard limit lets it.
+void RaiseDescriptorLimit()
+{
+    rlimit l_limit{};
+    if (getrlimit(RLIMIT_NOFILE, &l_limit) != 0 || l_limit.rlim_cur >= l_limit.rlim_max)
+        return;
+    l_limit.rlim_cur = l_limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &l_limit);
+}
+}
 
 int main(int argc, char** argv)
 {
+    RaiseDescriptorLimit();
     QCoreApplication l_app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tidewick-central"));
     QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));

@@ -48,6 +48,7 @@ QString Q(std::string const& i_text)
 DNetManager::DNetManager(QObject* ip_parent) : QObject(ip_parent)
 {
     dnetManager = this;
+    m_clock.start();
     DeclareTypes();
     auto* lp_speed = new PathNode(d.GetType("global")->GetItem("upload_speed"));
     new PathNode(lp_speed, "global_value", NewlyConnected);
@@ -202,7 +203,7 @@ void DNetManager::OnDNetPossibleParents(std::list<std::pair<std::string, TCPAddr
             DNetLog(2, QStringLiteral("Already attempted parent connection to %1, skipping").arg(Q(l_name)));
             continue;
         }
-        if (l_started == s_maxAttemptsPerList)
+        if (l_started == DNetLimits::s_maxAttemptsPerList)
         {
             ++l_left;
             continue;

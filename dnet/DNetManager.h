@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QAbstractSocket>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QTcpSocket>
@@ -11,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "dnet/DNetLimits.h"
 #include "server/TCPAddress.h"
 #include "store/DataHandler.h"
 #include "store/ItemPtr.h"
@@ -30,13 +32,6 @@ class DNetManager : public QObject, public DataHandler
 {
     Q_OBJECT
 public:
-    // A search is far smaller; a longer frame is refused before anything of it is buffered.
-    static constexpr std::uint32_t s_maxFrameLength = 1024 * 1024;
-    // A child that leaves this much unread is not keeping up and is dropped.
-    static constexpr qint64 s_maxChildBacklog = 4 * 1024 * 1024;
-    // New parent attempts one list may start; the rest wait, unmarked, for a later list.
-    static constexpr int s_maxAttemptsPerList = 20;
-
     explicit DNetManager(QObject* ip_parent = nullptr);
     // Closes the sockets it holds and removes its items.
     ~DNetManager() override;
@@ -77,6 +72,8 @@ private:
     void OnReceivedOwnUploadSpeed(Item* ip_value);
     void DetermineCanParent();
     void DetermineChildDepth();
+    // Whether a search from the tree fits this second's bound; counts and logs the dropped.
+    bool TakeSearch();
 
     // ---- frames (DNetManagerFrames.cpp)
     // Takes every whole frame out of the socket into the read stream and handles it.
@@ -106,7 +103,7 @@ private:
     // The sockets taken over are watched by one of two sets of slots.
     void WatchParentSocket(QTcpSocket* ip_socket);
     void WatchChildSocket(QTcpSocket* ip_socket);
-    static void HoldWholeFrames(QTcpSocket* ip_socket);
+    static void HoldWholeFrames(QTcpSocket* ip_socket, std::uint32_t i_maxFrameLength);
     void Unwatch(QTcpSocket* ip_socket);
     void CloseAndDelete(QTcpSocket* ip_socket);
     // A child's connection replaced by a second one of the same user is kept open, unused, for
@@ -125,6 +122,11 @@ private:
     MemStream m_readStream;
     std::map<std::string, QPointer<QTcpSocket>> m_standbyChildren;
     int m_childStandbyMs = 10000;
+    // The second distributed messages are counted in, by m_clock, and what it took and dropped.
+    QElapsedTimer m_clock;
+    std::int64_t m_searchSecond = -1;
+    int m_searchesTaken = 0;
+    int m_searchesDropped = 0;
 };
 
 extern DNetManager* dnetManager;

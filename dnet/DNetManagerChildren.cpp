@@ -21,8 +21,17 @@ constexpr std::uint8_t s_depthCode = 7;
 
 void DNetManager::OnDNetConnectionRequested(std::string const& i_user, QTcpSocket* ip_socket)
 {
-    DNetLog(1, QStringLiteral("Child connection accepted from %1").arg(QString::fromStdString(i_user)));
     ItemPtr const l_user = d.GetType("user")->GetItem(i_user);
+    if (!l_user["dnet_child"] && d.GetType("dnet_child")->ItemCount() >= DNetLimits::s_maxChildren)
+    {
+        DNetLog(1, QStringLiteral("%1 children already; refusing the one from %2")
+                       .arg(DNetLimits::s_maxChildren)
+                       .arg(QString::fromStdString(i_user)));
+        ip_socket->abort();
+        ip_socket->deleteLater();
+        return;
+    }
+    DNetLog(1, QStringLiteral("Child connection accepted from %1").arg(QString::fromStdString(i_user)));
     if (ItemPtr const l_old = l_user["dnet_child"])
     {
         DNetLog(2, QStringLiteral("Child connection already found, closing old connection."));
@@ -167,7 +176,7 @@ void DNetManager::SendMessageToChildren(char const* ip_frame, int i_size)
     {
         auto* lp_socket = lp_child->AsPointer<QTcpSocket>();
         SendFrame(lp_socket, ip_frame, i_size);
-        if (lp_socket->bytesToWrite() > s_maxChildBacklog)
+        if (lp_socket->bytesToWrite() > DNetLimits::s_maxChildBacklog)
             DropChild(lp_child);
     }
 }
@@ -210,7 +219,7 @@ void DNetManager::DropChild(ItemPtr i_child)
     auto* lp_socket = i_child.AsPointer<QTcpSocket>();
     DNetLog(1, QStringLiteral("Child %1 leaves more than %2 bytes unread, dropping it")
                    .arg(QString::fromStdString(i_child.GetItem("user").AsString()))
-                   .arg(s_maxChildBacklog));
+                   .arg(DNetLimits::s_maxChildBacklog));
     i_child.Remove();
     Unwatch(lp_socket);
     lp_socket->abort();
@@ -219,7 +228,7 @@ void DNetManager::DropChild(ItemPtr i_child)
 
 void DNetManager::WatchParentSocket(QTcpSocket* ip_socket)
 {
-    HoldWholeFrames(ip_socket);
+    HoldWholeFrames(ip_socket, DNetLimits::s_maxParentFrameLength);
     connect(ip_socket, &QTcpSocket::readyRead, this, &DNetManager::OnSocketReadyToRead);
     connect(ip_socket, &QTcpSocket::errorOccurred, this, &DNetManager::OnSocketError);
     connect(ip_socket, &QTcpSocket::disconnected, this, &DNetManager::OnSocketClosed);
@@ -227,17 +236,17 @@ void DNetManager::WatchParentSocket(QTcpSocket* ip_socket)
 
 void DNetManager::WatchChildSocket(QTcpSocket* ip_socket)
 {
-    HoldWholeFrames(ip_socket);
+    HoldWholeFrames(ip_socket, DNetLimits::s_maxChildFrameLength);
     connect(ip_socket, &QTcpSocket::readyRead, this, &DNetManager::OnChildSocketReadyToRead);
     connect(ip_socket, &QTcpSocket::errorOccurred, this, &DNetManager::OnChildSocketError);
     connect(ip_socket, &QTcpSocket::disconnected, this, &DNetManager::OnChildSocketClosed);
 }
 
-void DNetManager::HoldWholeFrames(QTcpSocket* ip_socket)
+void DNetManager::HoldWholeFrames(QTcpSocket* ip_socket, std::uint32_t i_maxFrameLength)
 {
     // Frames stay in the socket until they are whole, so its buffer must hold the longest one
     // with its length; a smaller buffer would stop reading before such a frame is complete.
-    ip_socket->setReadBufferSize(static_cast<qint64>(s_maxFrameLength) + 4);
+    ip_socket->setReadBufferSize(static_cast<qint64>(i_maxFrameLength) + 4);
 }
 
 void DNetManager::Unwatch(QTcpSocket* ip_socket)

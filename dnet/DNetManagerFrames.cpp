@@ -4,10 +4,12 @@
 #include "dnet/DNetManager.h"
 
 #include <QTcpSocket>
+#include <QTimer>
 #include <QtEndian>
 
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "dnet/DNetState.h"
 #include "server/Server.h"
@@ -45,19 +47,25 @@ void DNetManager::OnChildSocketReadyToRead()
 
 void DNetManager::ReadFrames(QTcpSocket* ip_socket, bool i_child)
 {
+    std::uint32_t const l_maxLength = i_child ? DNetLimits::s_maxChildFrameLength : DNetLimits::s_maxParentFrameLength;
     // Only whole frames leave the socket, so one read stream serves every socket.
-    while (ip_socket->isOpen() && ip_socket->bytesAvailable() >= 4)
+    for (int l_frames = 0; ip_socket->isOpen() && ip_socket->bytesAvailable() >= 4; ++l_frames)
     {
+        if (l_frames == DNetLimits::s_maxFramesPerTurn)
+        {
+            QMetaObject::invokeMethod(ip_socket, "readyRead", Qt::QueuedConnection);
+            return;
+        }
         std::uint32_t l_length = 0;
         if (ip_socket->peek(reinterpret_cast<char*>(&l_length), 4) != 4)
             return;
         l_length = qFromLittleEndian(l_length);
-        if (l_length > s_maxFrameLength)
+        if (l_length > l_maxLength)
         {
             DNetLog(1, QStringLiteral("Frame of %1 bytes announced on a %2 connection, above the bound of %3; closing it")
                            .arg(l_length)
                            .arg(i_child ? QStringLiteral("child") : QStringLiteral("parent/candidate"))
-                           .arg(s_maxFrameLength));
+                           .arg(l_maxLength));
             ip_socket->close();
             return;
         }
@@ -171,6 +179,8 @@ void DNetManager::HandleDistributed(QTcpSocket* ip_socket, Sender i_sender, MemS
     std::uint32_t l_inner = 0;
     if (!i_message.Read(l_inner))
         return Unreadable(ip_socket, s_distributedCode, false);
+    if (!TakeSearch())
+        return;
     if (l_inner != s_searchRequest)
         return SendMessageToChildren(ip_frame, i_size);
     std::string l_user;
@@ -182,6 +192,32 @@ void DNetManager::HandleDistributed(QTcpSocket* ip_socket, Sender i_sender, MemS
     if (i_sender == Sender::Candidate)
         Adopt(ip_socket, Candidate(ip_socket));
     SendMessageToChildren(ip_frame, i_size);
+}
+
+bool DNetManager::TakeSearch()
+{
+    std::int64_t const l_second = m_clock.elapsed() / 1000;
+    if (l_second != m_searchSecond)
+    {
+        m_searchSecond = l_second;
+        m_searchesTaken = 0;
+    }
+    if (m_searchesTaken < DNetLimits::s_maxSearchesPerSecond)
+    {
+        ++m_searchesTaken;
+        return true;
+    }
+    if (m_searchesDropped++ == 0)
+    {
+        DNetLog(1, QStringLiteral("More than %1 distributed messages came within a second; the rest of that second are "
+                                  "dropped")
+                       .arg(DNetLimits::s_maxSearchesPerSecond));
+        // The count is told once the flood has had its second, whether more come or not.
+        QTimer::singleShot(1000 - m_clock.elapsed() % 1000, this, [this] {
+            DNetLog(1, QStringLiteral("%1 distributed messages were dropped").arg(std::exchange(m_searchesDropped, 0)));
+        });
+    }
+    return false;
 }
 
 void DNetManager::Adopt(QTcpSocket* ip_socket, ItemPtr i_candidate)

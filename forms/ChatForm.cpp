@@ -3,6 +3,7 @@
 #include "forms/ChatLine.h"
 #include "server/Server.h"
 #include "shell/EventToolBar.h"
+#include "shell/PaletteColors.h"
 #include "store/Data.h"
 #include "store/Settings.h"
 #include "ui_ChatForm.h"
@@ -37,9 +38,14 @@ void ChatForm::Detach()
         l_item.Remove();
 }
 
+void ChatForm::Append(QString const& i_html)
+{
+    mp_ui->chatView->append(PaletteColors::ReadableHtml(i_html, mp_ui->chatView->palette()));
+}
+
 void ChatForm::AddChat(std::string const& i_chat)
 {
-    mp_ui->chatView->append(ChatLine(m_user, i_chat));
+    Append(ChatLine(m_user, i_chat));
     if (eventToolBar)
         eventToolBar->AddEvent(QString::fromUtf8(m_user), QStringLiteral(":/icons/chat_icon"), mp_ui->chatEdit);
 }
@@ -50,12 +56,12 @@ void ChatForm::OnEnter()
     if (l_text.isEmpty())
         return;
     std::string const l_bytes = l_text.toStdString();
-    mp_ui->chatView->append(ChatLine(GetGlobal("username"), l_bytes));
+    Append(ChatLine(GetGlobal("username"), l_bytes));
     // Offline the line would go nowhere; the user is told rather than left to wait for a reply.
     if (gp_server && gp_server->IsConnected())
         gp_server->SendPrivateChat(m_user, l_bytes);
     else
-        mp_ui->chatView->append(StatusLine(QStringLiteral("Not connected: message not sent.")));
+        Append(StatusLine(QStringLiteral("Not connected: message not sent.")));
     mp_ui->chatEdit->clear();
 }
 

@@ -30,6 +30,9 @@ private slots:
     void OnEnter();
 
 private:
+    // Appends a line, its colours made readable on the view's palette.
+    void Append(QString const& i_html);
+
     std::string m_user;
     std::unique_ptr<Ui::ChatForm> mp_ui;
 };

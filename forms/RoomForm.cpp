@@ -8,6 +8,7 @@
 #include "forms/UserMenuOptions.h"
 #include "server/Server.h"
 #include "shell/ActionSetToolBar.h"
+#include "shell/PaletteColors.h"
 #include "shell/FormHost.h"
 #include "shell/SizeManager.h"
 #include "store/Data.h"
@@ -189,13 +190,14 @@ void RoomForm::AddStatusMessage(std::string const& i_text)
     AppendLine(StatusLine(FromUtf8(i_text)));
 }
 
-void RoomForm::AppendLine(QString const& i_html)
+void RoomForm::AppendLine(QString const& i_line)
 {
     QTextBrowser* lp_view = mp_ui->chatView;
+    QString const l_line = PaletteColors::ReadableHtml(i_line, lp_view->palette());
     QString l_html = lp_view->document()->toHtml();
     if (l_html.size() <= s_maxChatHtml)
     {
-        lp_view->append(i_html);
+        lp_view->append(l_line);
         return;
     }
     // Cut at a line end, so that the view starts with a whole line.
@@ -204,7 +206,7 @@ void RoomForm::AppendLine(QString const& i_html)
     lp_view->setUpdatesEnabled(false);
     lp_view->clear();
     lp_view->append(l_html);
-    lp_view->append(i_html);
+    lp_view->append(l_line);
     lp_view->setUpdatesEnabled(true);
 }
 

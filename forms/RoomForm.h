@@ -51,7 +51,7 @@ public slots:
 
 private:
     void ListenToRoom(Item* ip_room);
-    void AppendLine(QString const& i_html);
+    void AppendLine(QString const& i_line);
     void SetAutojoinText(bool i_on);
     void InsertSorted(QRoomUserListItemWidget* ip_row);
 

@@ -1,5 +1,6 @@
 #include "forms/SearchForm.h"
 
+#include <QApplication>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QShortcut>
@@ -144,9 +145,17 @@ void SearchForm::SetUpKeys()
     auto const l_shortcut = [this](QKeySequence const& i_key, QWidget* ip_on, Qt::ShortcutContext i_context, auto i_call) {
         connect(new QShortcut(i_key, ip_on, nullptr, nullptr, i_context), &QShortcut::activated, this, i_call);
     };
+    // Within a tab of results, Ctrl+F finds among them; elsewhere on the page it finds on the
+    // network, as it does from every other page.
     l_shortcut(QKeySequence(Qt::CTRL | Qt::Key_F), this, Qt::WidgetWithChildrenShortcut, [this] {
-        if (SearchResultsForm* lp_form = CurrentForm())
+        SearchResultsForm* lp_form = CurrentForm();
+        if (lp_form && lp_form->isAncestorOf(QApplication::focusWidget()))
             lp_form->filterEdit()->setFocus(Qt::ShortcutFocusReason);
+        else
+        {
+            mp_ui->searchEdit->setFocus(Qt::ShortcutFocusReason);
+            mp_ui->searchEdit->selectAll();
+        }
     });
     l_shortcut(QKeySequence(Qt::CTRL | Qt::Key_L), this, Qt::WidgetWithChildrenShortcut, [this] {
         mp_ui->searchEdit->setFocus(Qt::ShortcutFocusReason);

@@ -1,6 +1,7 @@
 #include "forms/ShareForm.h"
 
 #include <QHeaderView>
+#include <QShortcut>
 #include <QTreeWidget>
 #include <map>
 #include <string_view>
@@ -82,6 +83,8 @@ ShareForm::ShareForm(Item* i_share, QWidget* i_parent)
     connect(mp_ui->folderTree, &QTreeWidget::currentItemChanged, this, &ShareForm::OnCurrentItemChanged);
     connect(lp_files, &QTreeWidget::currentItemChanged, this, &ShareForm::OnFileItemChanged);
     connect(mp_ui->filterEdit, &QLineEdit::textChanged, this, &ShareForm::OnFilterTextChanged);
+    connect(new QShortcut(QKeySequence(Qt::Key_Escape), mp_ui->filterEdit, nullptr, nullptr, Qt::WidgetShortcut),
+            &QShortcut::activated, mp_ui->filterEdit, &QLineEdit::clear);
 
     ItemPtr(mp_share) += d.GetType("user_share_tab")->GetItem(Value(static_cast<QWidget*>(this)));
     BuildTree();

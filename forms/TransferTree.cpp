@@ -6,6 +6,7 @@
 
 #include "forms/TransferFigures.h"
 #include "server/ServerSchema.h"
+#include "shell/PaletteColors.h"
 #include "store/Data.h"
 #include "stream/NumberText.h"
 #include "stream/PathNames.h"
@@ -348,9 +349,9 @@ std::string TransferTree::AggregateStatusOf(ItemSet const& i_entries) const
     return l_tally.Aggregate();
 }
 
-void TransferTree::SetItemColorByStatus(QTreeWidgetItem* ip_row, QString const& i_status)
+void TransferTree::SetItemColorByStatus(QTreeWidgetItem* ip_row, QString const& i_status) const
 {
-    QBrush const l_brush(TransferFigures::StatusColor(i_status.toStdString()));
+    QBrush const l_brush(PaletteColors::Readable(TransferFigures::StatusColor(i_status.toStdString()), mp_tree->palette()));
     for (int l_column = 0; l_column < ip_row->columnCount(); ++l_column)
         ip_row->setForeground(l_column, l_brush);
 }

@@ -67,7 +67,7 @@ public:
     std::string AggregateStatusOf(ItemSet const& i_entries) const;
     // What the entries add up to, by the same rules as each group's running sums.
     TransferRow::Sums ProgressStatsOf(ItemSet const& i_entries) const;
-    static void SetItemColorByStatus(QTreeWidgetItem* ip_row, QString const& i_status);
+    void SetItemColorByStatus(QTreeWidgetItem* ip_row, QString const& i_status) const;
     static QProgressBar* BarOf(QTreeWidgetItem* ip_row);
 
     bool m_expandUsers = true;

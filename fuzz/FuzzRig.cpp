@@ -7,6 +7,9 @@
 #include <vector>
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QTemporaryDir>
+#include <QThreadPool>
 #include <QtEndian>
 
 #include "dnet/DNetManager.h"
@@ -18,6 +21,7 @@
 #include "store/EventDelivery.h"
 #include "store/Log.h"
 #include "store/Settings.h"
+#include "transfers/TransferQueueManager.h"
 
 // Addresses and ports come from the fuzz input, and the code under test dials them: a user's
 // address from the server, a dial-back request, a possible parent. Nothing of that may leave
@@ -53,6 +57,9 @@ void SetSettings()
     SetGlobal("use_upnp", "no");
     SetGlobal("listening_port", 2235);
     SetGlobal("upload_speed", 1000);
+    // Bytes a peer uploads land here, never in the home folder of whoever runs the fuzzer.
+    static QTemporaryDir const s_downloads(QDir::tempPath() + QStringLiteral("/tidewick-fuzz-XXXXXX"));
+    SetGlobal("download_folder", s_downloads.path().toStdString());
 }
 
 // A few shared files, indexed by the shares manager's own tokenizer, for searches to find.
@@ -152,10 +159,15 @@ FuzzRig::FuzzRig()
     mp_dnet = std::make_unique<DNetManager>();
     mp_dnet->Attach(&l_server, mp_messenger.get());
     mp_shares = std::make_unique<SharedFoldersManager>();
+    mp_transfers = std::make_unique<TransferQueueManager>();
+    // A download the peer may offer, accept, refuse or connect for; made anew for each input,
+    // so that no input leaves it in a state the next one would start from.
+    mp_transfers->AddDownload(s_peer, "a.mp3", "music\\b", 5);
 }
 
 FuzzRig::~FuzzRig()
 {
+    mp_transfers.reset();
     mp_shares.reset();
     mp_dnet.reset();
     mp_messenger.reset();
@@ -208,7 +220,19 @@ FuzzSocket* FuzzRig::AcceptMessaging(char const* i_user, QByteArray i_bytes)
 
 void FuzzRig::Deliver(FuzzSocket* ip_socket)
 {
+    QPointer<FuzzSocket> const lp_socket(ip_socket);
     emit ip_socket->readyRead();
+    // A connection's frames past one turn's share, and compressed bodies inflated by a worker,
+    // come back through posted events: delivered until a round moves nothing on.
+    qint64 l_left = -1;
+    for (int l_still = 0; l_still < 2;)
+    {
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::sendPostedEvents();
+        qint64 const l_now = lp_socket ? lp_socket->bytesAvailable() : 0;
+        l_still = l_now == l_left || l_now == 0 ? l_still + 1 : 0;
+        l_left = l_now;
+    }
 }
 
 QByteArray FuzzRig::Frame(QByteArray const& i_body)

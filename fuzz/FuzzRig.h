@@ -13,11 +13,12 @@ class DNetManager;
 class PeerMessenger;
 class Server;
 class SharedFoldersManager;
+class TransferQueueManager;
 
 // The client as each fuzz input meets it. Once per process: an application object, the graph
 // with the settings types, and the server link, which never connects. Per input: a peer
-// messenger, the search tree's manager and the shares manager, made and wired as the main
-// window makes them, and destroyed after the input together with every item the input made, so
+// messenger, the search tree's manager, the shares manager and the transfer queue, made and wired
+// as the main window makes them, and destroyed after the input together with every item the input made, so
 // that each input starts from the same graph and a crash is reproduced by its input alone.
 // No process that links this can open a network connection (see FuzzRig.cpp).
 class FuzzRig
@@ -42,6 +43,7 @@ public:
     PeerMessenger& Messenger() { return *mp_messenger; }
     DNetManager& DNet() { return *mp_dnet; }
     SharedFoldersManager& Shares() { return *mp_shares; }
+    TransferQueueManager& Transfers() { return *mp_transfers; }
 
     // A connected socket with i_bytes waiting on it, handed to whoever the caller gives it to.
     FuzzSocket* Socket(QByteArray i_bytes);
@@ -59,6 +61,7 @@ private:
     std::unique_ptr<PeerMessenger> mp_messenger;
     std::unique_ptr<DNetManager> mp_dnet;
     std::unique_ptr<SharedFoldersManager> mp_shares;
+    std::unique_ptr<TransferQueueManager> mp_transfers;
     QList<QPointer<FuzzSocket>> m_sockets;
 };
 

@@ -260,7 +260,10 @@ std::vector<QByteArray> DataFileSeeds()
     l_room += d.GetType("room_autojoin")->GetGlobalNullItem();
     ItemPtr const l_user = d.GetType("user")->GetItem(Value("friend"));
     l_user += d.GetType("in_user_list")->GetGlobalNullItem();
-    l_seeds.push_back(QByteArray::fromStdString(dataSaver->BuildFile(&d)));
+    {
+        FuzzRig const l_rig; // with the download every rig queues
+        l_seeds.push_back(QByteArray::fromStdString(dataSaver->BuildFile(&d)));
+    }
     l_seeds.push_back(QByteArray(4, '\0'));
     return l_seeds;
 }

@@ -6,9 +6,12 @@
 #include "peer/PeerMessenger.h"
 #include "peer/ShareList.h"
 
+#include <QCoreApplication>
 #include <QPointer>
 #include <QTcpSocket>
+#include <QThreadPool>
 
+#include <memory>
 #include <utility>
 
 using namespace PeerText;
@@ -22,19 +25,31 @@ bool PeerMessageHandler::Handle(QTcpSocket* ip_socket, std::string const& i_user
         return false;
     }
     Line(1, QStringLiteral("Received %1 message from user %2").arg(PeerCode::Name(l_code), Q(i_user)));
+    if (HandleCode(ip_socket, i_user, l_code, i_message))
+        return true;
+    Line(1, QStringLiteral("%1 message from user %2 cannot be read; closing").arg(PeerCode::Name(l_code), Q(i_user)));
+    return false;
+}
 
+bool PeerMessageHandler::HandleCode(QTcpSocket* ip_socket, std::string const& i_user, std::uint32_t i_code,
+                                    MemStream& i_message)
+{
     std::string l_file;
     std::string l_text;
     std::uint32_t l_number = 0;
-    switch (l_code)
+    switch (i_code)
     {
     case PeerCode::GetSharedFileList:
         AnswerShareListRequest(ip_socket, i_user);
         return true;
     case PeerCode::SharedFileList:
-        return OnShareList(i_user, i_message);
+        InflateThen(ip_socket, i_user, PeerCode::SharedFileList, i_message,
+                    [this, i_user](MemStream& i_body) { return ReadShareList(i_user, i_body); });
+        return true;
     case PeerCode::FileSearchResult:
-        return OnSearchResult(i_user, i_message);
+        InflateThen(ip_socket, i_user, PeerCode::FileSearchResult, i_message,
+                    [this, i_user](MemStream& i_body) { return ReadSearchResult(i_user, i_body); });
+        return true;
     case PeerCode::GetSharedFilesInFolder:
         if (!i_message.Read(l_number) || !i_message.Read(l_text))
             return false;
@@ -126,38 +141,60 @@ void PeerMessageHandler::SendShareList(QTcpSocket* ip_socket, std::string const&
         AnswerShareListRequest(ip_socket, i_user);
 }
 
-bool PeerMessageHandler::InflateBody(std::string const& i_user, int i_code, MemStream& i_message, MemStream& o_body,
-                                     bool& o_close)
+void PeerMessageHandler::InflateThen(QTcpSocket* ip_socket, std::string const& i_user, int i_code, MemStream& i_message,
+                                     BodyReader i_reader)
 {
-    o_close = false;
-    InflateResult const l_result =
-        Inflate(i_message.GetReadBuffer(), static_cast<std::size_t>(i_message.GetPendingReadLength()), o_body);
-    if (l_result == InflateResult::TooLarge)
+    // Inflating a large body takes long enough to hold the window: it is done by a worker,
+    // and the connection's later frames wait until the body has been read.
+    mr_messenger.Buffer(ip_socket).m_bodyPending = true;
+    auto lp_compressed = std::make_shared<QByteArray>(i_message.GetReadBuffer(), i_message.GetPendingReadLength());
+    QPointer<PeerMessenger> const lp_messenger(&mr_messenger);
+    QPointer<QTcpSocket> const lp_socket(ip_socket);
+    QThreadPool::globalInstance()->start([=, l_reader = std::move(i_reader)]() mutable {
+        auto lp_body = std::make_shared<MemStream>();
+        InflateResult const l_result =
+            Inflate(lp_compressed->constData(), static_cast<std::size_t>(lp_compressed->size()), *lp_body);
+        lp_compressed.reset();
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [=, l_reader = std::move(l_reader)]() {
+            if (lp_messenger)
+                lp_messenger->mp_handler->Inflated(lp_socket, i_user, i_code, l_result, *lp_body, l_reader);
+        }, Qt::QueuedConnection);
+    });
+}
+
+void PeerMessageHandler::Inflated(QPointer<QTcpSocket> const& ip_socket, std::string const& i_user, int i_code,
+                                  InflateResult i_result, MemStream& i_body, BodyReader const& i_reader)
+{
+    auto const l_found = ip_socket ? mr_messenger.m_buffers.find(ip_socket.data()) : mr_messenger.m_buffers.end();
+    if (l_found == mr_messenger.m_buffers.end())
+    {
+        Line(2, QStringLiteral("%1 message from user %2 is inflated, but the connection is gone").arg(PeerCode::Name(i_code), Q(i_user)));
+        return;
+    }
+    bool l_keep = true;
+    if (i_result == InflateResult::TooLarge)
     {
         Line(1, QStringLiteral("%1 message from user %2 inflates to more than %3 bytes; closing")
                     .arg(PeerCode::Name(i_code), Q(i_user))
                     .arg(PeerLimits::s_maxInflatedBytes));
-        o_close = true;
-        return false;
+        l_keep = false;
     }
-    if (l_result == InflateResult::OutOfMemory)
-    {
+    else if (i_result == InflateResult::OutOfMemory)
         Line(1, QStringLiteral("Memory ran out while inflating a %1 message from user %2; the message is dropped")
                     .arg(PeerCode::Name(i_code), Q(i_user)));
-        return false;
-    }
     // Bad data leaves the body empty, and its first read fails.
-    return true;
+    else if (!i_reader(i_body))
+    {
+        Line(1, QStringLiteral("%1 message from user %2 cannot be read; closing").arg(PeerCode::Name(i_code), Q(i_user)));
+        l_keep = false;
+    }
+    mr_messenger.BodyRead(ip_socket.data(), l_keep);
 }
 
-bool PeerMessageHandler::OnShareList(std::string const& i_user, MemStream& i_message)
+bool PeerMessageHandler::ReadShareList(std::string const& i_user, MemStream& i_body)
 {
-    MemStream l_body;
-    bool l_close = false;
-    if (!InflateBody(i_user, PeerCode::SharedFileList, i_message, l_body, l_close))
-        return !l_close;
     FileInfoMap l_share;
-    ShareListRead const l_read = ReadFileInfoMap(l_body, l_share);
+    ShareListRead const l_read = ReadFileInfoMap(i_body, l_share);
     if (l_read == ShareListRead::TooManyFiles)
         Line(1, QStringLiteral("Share list from user %1 holds more than %2 files; closing")
                     .arg(Q(i_user))
@@ -165,20 +202,16 @@ bool PeerMessageHandler::OnShareList(std::string const& i_user, MemStream& i_mes
     if (l_read != ShareListRead::Ok)
         return false;
     AttributeTranslationTable l_table;
-    if (!ReadTranslationTable(l_body, l_table))
+    if (!ReadTranslationTable(i_body, l_table))
         l_table.clear();
     emit mr_messenger.UserShare(i_user, l_share, l_table);
     return true;
 }
 
-bool PeerMessageHandler::OnSearchResult(std::string const& i_user, MemStream& i_message)
+bool PeerMessageHandler::ReadSearchResult(std::string const& i_user, MemStream& i_body)
 {
-    MemStream l_body;
-    bool l_close = false;
-    if (!InflateBody(i_user, PeerCode::FileSearchResult, i_message, l_body, l_close))
-        return !l_close;
     ItemPtr l_results;
-    SearchResultReader::Result const l_read = m_searchResults.Read(l_body, i_user, l_results);
+    SearchResultReader::Result const l_read = m_searchResults.Read(i_body, i_user, l_results);
     if (l_read == SearchResultReader::Result::Bad)
         return false;
     if (l_read == SearchResultReader::Result::Accepted)

@@ -3,10 +3,12 @@
 #include <QDateTime>
 #include <QHostAddress>
 #include <QMetaMethod>
+#include <QTimer>
 
 #include <charconv>
 #include <map>
 
+#include "peer/DescriptorLimit.h"
 #include "peer/PeerLog.h"
 #include "peer/PeerMessageCode.h"
 #include "peer/PeerMessageHandler.h"
@@ -153,6 +155,13 @@ void PeerMessenger::DataLoaded()
         d.GetType("global")->GetItem("new_listening_port")->Remove();
     }
     connect(&m_listener, &QTcpServer::newConnection, this, &PeerMessenger::OnNewConnection, Qt::UniqueConnection);
+    connect(&m_listener, &QTcpServer::acceptError, this, &PeerMessenger::OnAcceptError, Qt::UniqueConnection);
+    std::uint64_t const l_descriptors = RaiseDescriptorLimit(PeerLimits::s_wantedDescriptors);
+    if (l_descriptors < PeerLimits::s_wantedDescriptors)
+        Line(1, QStringLiteral("The system grants %1 open files, fewer than the %2 wanted; peer connections past it are "
+                               "refused")
+                    .arg(l_descriptors)
+                    .arg(PeerLimits::s_wantedDescriptors));
     Listen();
 
     // A peer knows a messaging connection by the name it was greeted with: after a change of
@@ -274,6 +283,48 @@ void PeerMessenger::OnNewConnection()
         // Bytes may have come with the connection already.
         if (lp_socket->bytesAvailable() > 0)
             QMetaObject::invokeMethod(lp_socket, "readyRead", Qt::QueuedConnection);
+        if (!DescriptorsToSpare())
+        {
+            PauseAccepting();
+            return;
+        }
+    }
+}
+
+void PeerMessenger::OnAcceptError(QAbstractSocket::SocketError)
+{
+    // The listener stops accepting after such an error; the backlog waits meanwhile.
+    Line(1, QStringLiteral("Could not accept a peer connection: %1; accepting again in %2 ms")
+                .arg(m_listener.errorString())
+                .arg(s_acceptPauseMs));
+    QTimer::singleShot(s_acceptPauseMs, this, &PeerMessenger::ResumeAccepting);
+}
+
+bool PeerMessenger::DescriptorsToSpare() const
+{
+    return SpareDescriptors(static_cast<int>(m_listener.socketDescriptor()), PeerLimits::s_reservedDescriptors) >=
+           PeerLimits::s_reservedDescriptors;
+}
+
+void PeerMessenger::PauseAccepting()
+{
+    m_listener.pauseAccepting();
+    Line(1, QStringLiteral("Fewer than %1 descriptors are left; not accepting peer connections for %2 ms")
+                .arg(PeerLimits::s_reservedDescriptors)
+                .arg(s_acceptPauseMs));
+    QTimer::singleShot(s_acceptPauseMs, this, &PeerMessenger::ResumeAccepting);
+}
+
+void PeerMessenger::ResumeAccepting()
+{
+    if (!m_listener.isListening())
+        return;
+    if (!DescriptorsToSpare())
+        QTimer::singleShot(s_acceptPauseMs, this, &PeerMessenger::ResumeAccepting);
+    else
+    {
+        Line(1, QStringLiteral("Accepting peer connections again"));
+        m_listener.resumeAccepting();
     }
 }
 
@@ -281,30 +332,13 @@ void PeerMessenger::MakeRoomForUninitialized()
 {
     if (m_types.mp_uninitialized->ItemCount() < PeerLimits::s_maxUninitializedSockets)
         return;
-    QTcpSocket* lp_oldest = SocketWithLeast(m_types.mp_uninitialized, &SocketBufferInfo::m_acceptOrder);
+    QTcpSocket* lp_oldest = SocketWithLeast(m_types.mp_uninitialized->Items(), &SocketBufferInfo::m_acceptOrder);
     Line(1, QStringLiteral("%1 sockets wait for their first frame; closing the oldest, from %2")
                 .arg(PeerLimits::s_maxUninitializedSockets)
                 .arg(PeerName(lp_oldest)));
     DisposeOfSocket(lp_oldest);
 }
 
-QTcpSocket* PeerMessenger::SocketWithLeast(Type* ip_type, std::int64_t SocketBufferInfo::*i_field) const
-{
-    QTcpSocket* lp_least = nullptr;
-    std::int64_t l_least = 0;
-    for (Item* lp_item : ip_type->Items())
-    {
-        auto* lp_socket = lp_item->AsPointer<QTcpSocket>();
-        auto const l_found = m_buffers.find(lp_socket);
-        std::int64_t const l_value = l_found == m_buffers.end() ? 0 : l_found->second.*i_field;
-        if (!lp_least || l_value < l_least)
-        {
-            lp_least = lp_socket;
-            l_least = l_value;
-        }
-    }
-    return lp_least;
-}
 
 // ---- Reaching a peer ----
 
@@ -578,13 +612,14 @@ void PeerMessenger::OnIndirectResponseSocketConnected()
 void PeerMessenger::OpenMessagingConnection(QTcpSocket* ip_socket, ItemPtr i_user)
 {
     MakeRoomForMessaging();
+    MakeRoomForUser(i_user);
     ip_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     ItemPtr const l_socket = m_types.mp_peerSocket->NewItem(Value(ip_socket));
     l_socket += i_user;
     l_socket += m_types.mp_openTime->GetItem(Value(Now()));
-    auto const l_found = m_buffers.find(ip_socket);
-    if (l_found != m_buffers.end())
-        l_found->second.m_reader.SetMaxFrameLength(PeerLimits::s_maxFrameLength);
+    FrameReader& l_reader = Buffer(ip_socket).m_reader;
+    l_reader.SetMaxFrameLength(PeerLimits::s_maxFrameLength);
+    l_reader.SetCodeBound(&PeerLimits::MaxMessageLength);
     Touch(ip_socket);
     SendUnsentMessages(i_user.AsString());
 }
@@ -593,10 +628,22 @@ void PeerMessenger::MakeRoomForMessaging()
 {
     if (m_types.mp_peerSocket->ItemCount() < PeerLimits::s_maxMessagingConnections)
         return;
-    QTcpSocket* lp_idlest = SocketWithLeast(m_types.mp_peerSocket, &SocketBufferInfo::m_lastActivityMs);
+    QTcpSocket* lp_idlest = SocketWithLeast(m_types.mp_peerSocket->Items(), &SocketBufferInfo::m_lastActivityMs);
     Line(1, QStringLiteral("%1 messaging connections are open; closing the one idle longest, to %2")
                 .arg(PeerLimits::s_maxMessagingConnections)
                 .arg(PeerName(lp_idlest)));
+    DisposeOfSocket(lp_idlest);
+}
+
+void PeerMessenger::MakeRoomForUser(ItemPtr i_user)
+{
+    ItemRange const l_sockets = i_user->ConnectedOfType(m_types.mp_peerSocket);
+    if (l_sockets.size() < PeerLimits::s_maxConnectionsPerUser)
+        return;
+    QTcpSocket* lp_idlest = SocketWithLeast(l_sockets, &SocketBufferInfo::m_lastActivityMs);
+    Line(1, QStringLiteral("User %1 holds %2 messaging connections; closing the one idle longest")
+                .arg(Q(i_user.AsString()))
+                .arg(PeerLimits::s_maxConnectionsPerUser));
     DisposeOfSocket(lp_idlest);
 }
 

@@ -38,6 +38,9 @@ public:
     using ShareListResponder = std::function<void(std::string const& i_user, ShareListReply i_reply)>;
 
     static constexpr int s_defaultListeningPort = 2235;
+    // After an accept failed, as when the process is out of descriptors: long enough for
+    // connections to end, short enough that peers hardly notice.
+    static constexpr int s_acceptPauseMs = 1000;
 
     explicit PeerMessenger(QObject* ip_parent = nullptr);
     ~PeerMessenger() override;
@@ -71,6 +74,8 @@ public:
     std::uint64_t QueuedBytes() const { return m_queuedBytes; }
 
     bool HandleMessage(QTcpSocket* ip_socket, MemStream& i_message);
+    // A body that held up its connection has been read: the connection goes on, or goes.
+    void BodyRead(QTcpSocket* ip_socket, bool i_keep);
 
 signals:
     void FileConnectionAccepted(std::string const& i_user, QTcpSocket* ip_socket);
@@ -95,6 +100,7 @@ signals:
 
 public slots:
     void OnNewConnection();
+    void OnAcceptError(QAbstractSocket::SocketError i_error);
     void OnConnectedToServer();
     void OnIndirectResponseSocketConnected();
     void OnConnectToPeerSocketConnected();
@@ -135,6 +141,10 @@ private:
     void OnUsernameChanged(Item* ip_key);
 
     bool Listen();
+    // Whether the reserve of descriptors is free; with less, accepting pauses and retries.
+    bool DescriptorsToSpare() const;
+    void PauseAccepting();
+    void ResumeAccepting();
     void StartDirectAttempt(ItemPtr i_attempt, ItemPtr i_user, char const* i_type);
     // A socket dialling the user's stored address, with its item of the given type connected
     // to i_owner (the attempt or the dial-back request).
@@ -161,9 +171,27 @@ private:
     void MakeRoomInQueue(std::uint64_t i_incoming);
     void MakeRoomForUninitialized();
     void MakeRoomForMessaging();
-    // The socket of a type whose record holds the least of a field; one without a record
+    void MakeRoomForUser(ItemPtr i_user);
+    // The socket among the items whose record holds the least of a field; one without a record
     // counts as the least.
-    QTcpSocket* SocketWithLeast(Type* ip_type, std::int64_t SocketBufferInfo::*i_field) const;
+    template <class Items>
+    QTcpSocket* SocketWithLeast(Items const& i_items, std::int64_t SocketBufferInfo::*i_field) const
+    {
+        QTcpSocket* lp_least = nullptr;
+        std::int64_t l_least = 0;
+        for (Item* lp_item : i_items)
+        {
+            auto* lp_socket = lp_item->template AsPointer<QTcpSocket>();
+            auto const l_found = m_buffers.find(lp_socket);
+            std::int64_t const l_value = l_found == m_buffers.end() ? 0 : l_found->second.*i_field;
+            if (!lp_least || l_value < l_least)
+            {
+                lp_least = lp_socket;
+                l_least = l_value;
+            }
+        }
+        return lp_least;
+    }
 
     ItemPtr SocketItem(Type* ip_type, QTcpSocket* ip_socket) const;
     ItemPtr User(std::string const& i_user) const;

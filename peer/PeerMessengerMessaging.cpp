@@ -46,10 +46,15 @@ void PeerMessenger::OnSocketReadyToRead()
     if (!lp_socket)
         return;
     SocketBufferInfo& l_info = Buffer(lp_socket);
-    for (;;)
+    for (int l_frames = 0;; ++l_frames)
     {
-        if (lp_socket->bytesAvailable() <= 0)
+        if (lp_socket->bytesAvailable() <= 0 || l_info.m_bodyPending)
             return;
+        if (l_frames == PeerLimits::s_maxFramesPerTurn)
+        {
+            QMetaObject::invokeMethod(lp_socket, "readyRead", Qt::QueuedConnection);
+            return;
+        }
         l_info.m_lastActivityMs = QDateTime::currentMSecsSinceEpoch();
         if (l_info.m_fileRequestExpected)
         {
@@ -65,9 +70,15 @@ void PeerMessenger::OnSocketReadyToRead()
         FrameReader::Result const l_result = l_info.m_reader.ReadFrom(*lp_socket);
         if (l_result == FrameReader::NeedMore)
             return;
-        if (l_result == FrameReader::FrameTooLong || l_result == FrameReader::OverBudget)
+        if (l_result == FrameReader::FrameTooLong || l_result == FrameReader::CodeTooLong ||
+            l_result == FrameReader::OverBudget)
         {
-            if (l_result == FrameReader::FrameTooLong)
+            if (l_result == FrameReader::CodeTooLong)
+                Line(1, QStringLiteral("%1 announced a %2 message of %3 bytes, above its bound of %4; closing")
+                               .arg(PeerName(lp_socket), PeerCode::Name(l_info.m_reader.Code()))
+                               .arg(l_info.m_reader.FrameLength())
+                               .arg(l_info.m_reader.CodeMaxLength()));
+            else if (l_result == FrameReader::FrameTooLong)
                 Line(1, QStringLiteral("%1 announced a frame of %2 bytes, above the bound of %3; closing")
                                .arg(PeerName(lp_socket))
                                .arg(l_info.m_reader.FrameLength())
@@ -108,6 +119,19 @@ bool PeerMessenger::HandleMessage(QTcpSocket* ip_socket, MemStream& i_message)
     if (auto const l_buffer = m_buffers.find(ip_socket); l_buffer != m_buffers.end())
         l_buffer->second.m_messageReceived = true;
     return mp_handler->Handle(ip_socket, l_socket.GetItem("user").AsString(), i_message);
+}
+
+void PeerMessenger::BodyRead(QTcpSocket* ip_socket, bool i_keep)
+{
+    if (!i_keep)
+    {
+        disconnect(ip_socket, nullptr, this, nullptr);
+        DisposeOfSocket(ip_socket);
+        return;
+    }
+    Buffer(ip_socket).m_bodyPending = false;
+    if (ip_socket->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(ip_socket, "readyRead", Qt::QueuedConnection);
 }
 
 // ---- Frames out ----

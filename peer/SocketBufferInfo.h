@@ -23,6 +23,8 @@ struct SocketBufferInfo
     bool m_handling = false;
     // Disposal was asked while the socket's frame was being handled; it happens after.
     bool m_disposeWanted = false;
+    // A compressed body of this socket is being inflated: its later frames wait.
+    bool m_bodyPending = false;
     // The user of an "F" connection whose request number is awaited.
     std::string m_user;
     // When a byte last went either way, for choosing which connection to close at the limit.

@@ -4,11 +4,16 @@ set -euo pipefail
 TIDEWICK_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 TIDEWICK_PACKAGES=(cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools libgl-dev
     libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev libminiupnpc-dev
-    famfamfam-flag-png tango-icon-theme)
+    famfamfam-flag-png tango-icon-theme librsvg2-bin)
 
 # What the tests need beyond the build: the UPnP gateway test runs a real gateway daemon in
-# network namespaces of its own, and the fuzz smoke runs build with clang.
-TIDEWICK_TEST_PACKAGES=(iproute2 nftables miniupnpd miniupnpd-nftables clang libclang-rt-14-dev)
+# network namespaces of its own, the fuzz smoke runs build with clang, and the packaging tests
+# make, check and install the Debian package.
+TIDEWICK_TEST_PACKAGES=(iproute2 nftables miniupnpd miniupnpd-nftables clang libclang-rt-14-dev
+    dpkg-dev desktop-file-utils appstream lintian dbus-daemon)
+
+# What scripts/package needs beyond the build: dpkg-shlibdeps finds the package's dependencies.
+TIDEWICK_PACKAGE_PACKAGES=(dpkg-dev)
 
 # What scripts/fuzz needs beyond the build: clang with its libFuzzer runtime.
 TIDEWICK_FUZZ_PACKAGES=(clang libclang-rt-14-dev)

@@ -116,6 +116,8 @@ private slots:
 
 private:
     friend class ServerMessageHandler;
+    // The fuzz target of the server link hands it frames as its socket would.
+    friend struct ServerLinkAccess;
 
     void HandleMessage(int i_code, MemStream& i_message);
     void OnLoginResponse(MemStream& i_message);

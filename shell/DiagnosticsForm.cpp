@@ -1,6 +1,7 @@
 #include "shell/DiagnosticsForm.h"
 
 #include <QDateTime>
+#include <QDebug>
 #include <QPlainTextEdit>
 #include <QTreeWidgetItem>
 
@@ -45,6 +46,9 @@ DiagnosticsForm::DiagnosticsForm(QWidget* ip_parent)
     diagnosticsForm = this;
     SetLogSink([this](QString const& i_area, int i_level, QString const& i_text, ItemPtr i_item) {
         Log(i_area, i_level, i_text, i_item);
+#ifdef TIDEWICK_ECHO_LOG
+        qInfo().noquote() << PlainLogLine(i_area, i_level, i_text);
+#endif
     });
 }
 

@@ -58,6 +58,7 @@ void EventToolBar::AddEvent(QString const& i_text, QString const& i_icon, QWidge
     d.GetType("event_toolbar_widget")->GetItem(Value(static_cast<QObject*>(ip_widget)))
         ->Connect(d.GetType("event_toolbar_action")->GetItem(Value(static_cast<QObject*>(lp_action))));
     connect(ip_widget, &QObject::destroyed, this, &EventToolBar::OnWidgetDestroyed, Qt::UniqueConnection);
+    emit EventCountChanged(EventCount());
 }
 
 void EventToolBar::RemoveEvent(QWidget* ip_widget)
@@ -85,6 +86,7 @@ void EventToolBar::RemoveEventOf(QObject* ip_object)
     if (l_action)
         l_action.Remove();
     l_widget.Remove();
+    emit EventCountChanged(EventCount());
 }
 
 void EventToolBar::OnActionTriggered()

@@ -16,6 +16,11 @@ public:
 
     void AddEvent(QString const& i_text, QString const& i_icon, QWidget* ip_widget);
     void RemoveEvent(QWidget* ip_widget);
+    // Events waiting for the user: the buttons, not counting the placeholder of an empty bar.
+    int EventCount() const { return m_isEmpty ? 0 : static_cast<int>(actions().size()); }
+
+signals:
+    void EventCountChanged(int i_count);
 
 private slots:
     void OnActionTriggered();

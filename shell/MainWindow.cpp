@@ -21,6 +21,7 @@
 #include "forms/ChangeListeningPortDialog.h"
 #include "forms/ChatForm.h"
 #include "forms/ChangeUsernamePasswordDialog.h"
+#include "forms/WelcomeDialog.h"
 #include "forms/DataDialog.h"
 #include "forms/QRoomListItemWidget.h"
 #include "forms/RoomForm.h"
@@ -40,6 +41,8 @@
 #include "shell/InformationBox.h"
 #include "shell/ShowState.h"
 #include "shell/SizeManager.h"
+#include "shell/DesktopIntegration.h"
+#include "shell/StallProbe.h"
 #include "shell/TimerManager.h"
 #include "transfers/TransferQueueManager.h"
 #include "peer/PeerMessenger.h"
@@ -78,6 +81,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_ui->sharedFoldersList->setColumnWidth(0, 400);
 
     new TimerManager(this);
+    new StallProbe(this);
     new DataSaver();
     mp_server = new Server();
     Server::CreateData();
@@ -128,8 +132,9 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     dataSaver->Load(&d, DataFileName().c_str());
     sharedFoldersManager->Init();
 
+    mp_desktop = new DesktopIntegration(this, mp_server);
     if (GetGlobalValue("username").IsNull())
-        ShowNoUsernameBox();
+        ShowWelcomeDialog();
     else
         mp_server->Connect();
     // Only now, so that the walk at start-up opens no dialog: it is shown for a rescan asked for.
@@ -492,9 +497,31 @@ void MainWindow::OnSaveTimer()
 
 void MainWindow::closeEvent(QCloseEvent* ip_event)
 {
+    if (!m_quitting && mp_desktop && mp_desktop->HideToTray())
+    {
+        ip_event->ignore();
+        return;
+    }
     // Closing the main window ends the program even while a dialog of it stands open.
     ip_event->accept();
     QCoreApplication::quit();
+}
+
+void MainWindow::Quit()
+{
+    m_quitting = true;
+    // A hidden window takes a close all the same.
+    if (!close())
+        QCoreApplication::quit();
+}
+
+void MainWindow::ShowWelcomeDialog()
+{
+    auto* lp_welcome = new WelcomeDialog(this);
+    connect(lp_welcome, &WelcomeDialog::ConnectRequested, mp_server, &Server::Connect);
+    // The hint stays for those who dismiss the dialog: it says where the name is set later.
+    connect(lp_welcome, &WelcomeDialog::Dismissed, this, &MainWindow::ShowNoUsernameBox);
+    lp_welcome->show();
 }
 
 void MainWindow::ShowNoUsernameBox()

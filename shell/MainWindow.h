@@ -21,6 +21,7 @@ class MainWindow;
 }
 class ChatForm;
 class DataDialog;
+class DesktopIntegration;
 class Item;
 class QLabel;
 class QProgressBar;
@@ -55,6 +56,9 @@ public:
 
 public slots:
     void OnSaveTimer();
+    // Ends the program as closing the window does where there is no tray: from the tray's
+    // menu, and on SIGTERM and SIGINT.
+    void Quit();
 
 public:
     // The window as the size manager sees it.
@@ -107,6 +111,7 @@ private:
     void OnCreateRoom();
     void SetConnectionIcon(char const* i_icon);
     void ShowNoUsernameBox();
+    void ShowWelcomeDialog();
     void OnUsernameChanged(Item* ip_item);
     void OnNewListeningPortChanged(Item* ip_item);
 
@@ -139,6 +144,8 @@ private:
     QProgressBar* mp_statusShareBar = nullptr;
     // The data browser while it is open; it deletes itself when closed.
     DataDialog* mp_dataDialog = nullptr;
+    DesktopIntegration* mp_desktop = nullptr;
+    bool m_quitting = false;
 };
 
 extern MainWindow* mainWindow;

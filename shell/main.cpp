@@ -26,7 +26,7 @@ int main(int argc, char* argv[])
     QApplication l_application(argc, argv);
     TerminationSignals l_signals;
     MainWindow l_mainWindow;
-    QObject::connect(&l_signals, &TerminationSignals::TerminationRequested, &l_mainWindow, &MainWindow::close);
+    QObject::connect(&l_signals, &TerminationSignals::TerminationRequested, &l_mainWindow, &MainWindow::Quit);
     l_mainWindow.show();
     return QApplication::exec();
 }

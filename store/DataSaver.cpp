@@ -284,13 +284,23 @@ DataSaver::DataSaver() : mp_previous(dataSaver)
 DataSaver::~DataSaver()
 {
     WaitForBackgroundSave();
-    if (dataSaver != this)
-        return;
     // Handlers that outlive the saver go back to the one it stood in front of, or wait for the
     // next one.
     auto& l_heirs = mp_previous ? mp_previous->m_dataLoadedHandlers : WaitingHandlers();
     l_heirs.insert(m_dataLoadedHandlers.begin(), m_dataLoadedHandlers.end());
-    dataSaver = mp_previous;
+    if (dataSaver == this)
+    {
+        dataSaver = mp_previous;
+        return;
+    }
+    // Going before a saver made later, which stands in front of this one: that one hands the
+    // global back past it.
+    for (DataSaver* lp_saver = dataSaver; lp_saver; lp_saver = lp_saver->mp_previous)
+        if (lp_saver->mp_previous == this)
+        {
+            lp_saver->mp_previous = mp_previous;
+            break;
+        }
 }
 
 std::set<DataLoadedEventHandler*>& DataSaver::WaitingHandlers()

@@ -23,6 +23,10 @@ void Log(QString const& i_area, int i_level, QString const& i_text, ItemPtr i_it
         Sink()(i_area, i_level, i_text, i_item);
         return;
     }
-    QString const l_indent(3 * qMax(0, i_level - 1), QLatin1Char(' '));
-    qInfo().noquote() << i_area + QStringLiteral(": ") + l_indent + i_text;
+    qInfo().noquote() << PlainLogLine(i_area, i_level, i_text);
+}
+
+QString PlainLogLine(QString const& i_area, int i_level, QString const& i_text)
+{
+    return i_area + QStringLiteral(": ") + QString(3 * qBound(0, i_level - 1, 16), QLatin1Char(' ')) + i_text;
 }

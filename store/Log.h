@@ -15,3 +15,6 @@ using LogSink = std::function<void(QString const&, int, QString const&, ItemPtr)
 // The shell installs the sink that shows the lines; until then, and without one, they go to
 // standard error, so that the store and its tests need no widgets.
 void SetLogSink(LogSink i_sink);
+
+// The line as it goes to standard error: the area, then the text indented by level.
+QString PlainLogLine(QString const& i_area, int i_level, QString const& i_text);

@@ -21,3 +21,9 @@ void SetVGlobal(char const* i_key, Value const& i_value) { Set("vglobal", i_key,
 ItemPtr GetGlobalValue(char const* i_key) { return Get("global", i_key); }
 ItemPtr GetVGlobalValue(char const* i_key) { return Get("vglobal", i_key); }
 std::string GetGlobal(char const* i_key) { return GetGlobalValue(i_key).AsString(); }
+
+void SetGlobalIfUnset(char const* i_key, Value const& i_value)
+{
+    if (!GetGlobalValue(i_key))
+        SetGlobal(i_key, i_value);
+}

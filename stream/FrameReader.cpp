@@ -54,6 +54,7 @@ FrameReader::Result FrameReader::ReadFrom(QIODevice& io_device)
             m_lengthKnown = true;
             if (m_length > m_maxFrameLength)
                 return FrameTooLong;
+            m_code = 0;
             if (m_length <= s_wholeBufferLength && !Grow(static_cast<int>(m_length)))
                 return OverBudget;
         }
@@ -65,20 +66,31 @@ FrameReader::Result FrameReader::ReadFrom(QIODevice& io_device)
         if (l_available <= 0)
             return NeedMore;
 
+        bool const l_codeUnread = !CodeChecked();
         if (m_frame.GetBufferSize() == m_frame.GetWriteIndex())
         {
             // A full buffer doubles, or grows to what has arrived if that is more, never past
-            // the frame: the memory stays within twice the bytes really received.
-            qint64 const l_wanted = std::max<qint64>(2 * qint64(m_frame.GetBufferSize()),
-                                                     m_frame.GetWriteIndex() + std::min(l_available, l_missing));
+            // the frame: the memory stays within twice the bytes really received. Before its
+            // code is checked, a body gets room for the code alone.
+            qint64 const l_wanted = l_codeUnread ? 4
+                                                 : std::max<qint64>(2 * qint64(m_frame.GetBufferSize()),
+                                                                    m_frame.GetWriteIndex() + std::min(l_available, l_missing));
             if (!Grow(static_cast<int>(std::min<qint64>(l_wanted, m_length))))
                 return OverBudget;
         }
-        qint64 const l_free = m_frame.GetBufferSize() - m_frame.GetWriteIndex();
+        qint64 l_free = m_frame.GetBufferSize() - m_frame.GetWriteIndex();
+        if (l_codeUnread)
+            l_free = std::min<qint64>(l_free, 4 - m_frame.GetWriteIndex());
         qint64 const l_got = io_device.read(m_frame.GetWriteBuffer(), std::min(l_missing, l_free));
         if (l_got <= 0)
             return NeedMore;
         m_frame.AdvanceWriteIndex(static_cast<int>(l_got));
+        if (l_codeUnread && CodeChecked())
+        {
+            m_code = qFromLittleEndian<quint32>(m_frame.GetReadBuffer());
+            if (m_length > m_codeBound(m_code))
+                return CodeTooLong;
+        }
     }
 }
 

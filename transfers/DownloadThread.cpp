@@ -49,21 +49,23 @@ bool DownloadThread::PerformDownload()
     for (;;)
     {
         if (m_wait.IsExitSignalled())
-            return false;
+            return Fail(m_wait.Describe(TransferWait::Outcome::ExitSignalled));
         // A partial file already longer than the expected size cannot be completed.
         long long const l_length = std::min(g_blockSize, m_fileSize - m_position);
-        if (l_length < 0 || !FillBlock(l_block, l_length))
+        if (l_length < 0)
+            return Fail(QStringLiteral("the partial file of %1 bytes is longer than the expected %2").arg(m_position).arg(m_fileSize));
+        if (!FillBlock(l_block, l_length))
             return false;
         m_position += l_length;
         l_count += l_length;
         if (mp_file->write(l_block, l_length) != l_length)
-            return false;
+            return Fail(QStringLiteral("writing the file failed: %1").arg(mp_file->errorString()));
         emit DownloadProgress(m_position, TransferRate::BytesPerSecond(l_count, l_clock.elapsed()));
         if (m_position == m_fileSize)
         {
             // The file buffers small writes: a full disk may only show when they go out.
             if (!mp_file->flush())
-                return false;
+                return Fail(QStringLiteral("writing the file failed: %1").arg(mp_file->errorString()));
             mp_socket->close();
             return true;
         }
@@ -74,13 +76,20 @@ bool DownloadThread::FillBlock(char* op_block, long long i_length)
 {
     for (long long l_filled = 0; l_filled < i_length;)
     {
-        if (mp_socket->bytesAvailable() == 0
-            && m_wait.ForReadyRead(*mp_socket, m_wait.Deadline()) != TransferWait::Outcome::Ready)
-            return false;
+        if (mp_socket->bytesAvailable() == 0)
+            if (TransferWait::Outcome const l_outcome = m_wait.ForReadyRead(*mp_socket, m_wait.Deadline());
+                l_outcome != TransferWait::Outcome::Ready)
+                return Fail(QStringLiteral("waiting for bytes at %1: %2").arg(m_position + l_filled).arg(m_wait.Describe(l_outcome)));
         long long const l_read = mp_socket->read(op_block + l_filled, i_length - l_filled);
         if (l_read < 0)
-            return false;
+            return Fail(QStringLiteral("reading the connection failed: %1").arg(mp_socket->errorString()));
         l_filled += l_read;
     }
     return true;
+}
+
+bool DownloadThread::Fail(QString i_why)
+{
+    m_failure = std::move(i_why);
+    return false;
 }

@@ -21,6 +21,8 @@ public:
 
     // Any thread may call it; the thread stops at its next block or wait slice.
     void SignalExit();
+    // Why the download failed, for the log; read once the thread has ended with an error.
+    QString FailureReason() const { return m_failure; }
 
 signals:
     void DownloadProgress(qint64 i_offset, int l_bytesPerSecond);
@@ -33,10 +35,12 @@ protected:
 private:
     bool PerformDownload();
     bool FillBlock(char* op_block, long long i_length);
+    bool Fail(QString i_why);
 
     QTcpSocket* mp_socket;
     QFile* mp_file;
     long long const m_fileSize;
     long long m_position;
     TransferWait m_wait;
+    QString m_failure;
 };

@@ -7,6 +7,7 @@
 
 #include "store/Data.h"
 #include "store/ItemPtr.h"
+#include "transfers/TransferSupport.h"
 
 // The names under which one side of the queue keeps a running transfer's parts.
 struct TransferPartTypes
@@ -19,8 +20,9 @@ struct TransferPartTypes
 
 // Stops a transfer's thread and closes its file and socket, in that order, and takes its
 // position and speed off the entry; their values are freed by the queue's removal handlers.
+// With i_reset the connection is reset instead of closed (see ResetConnection).
 template <class Thread>
-void TakeDownTransferParts(ItemPtr i_entry, TransferPartTypes const& i_types)
+void TakeDownTransferParts(ItemPtr i_entry, TransferPartTypes const& i_types, bool i_reset = false)
 {
     if (ItemPtr const l_thread = i_entry.HasItem(i_types.mp_thread))
     {
@@ -42,6 +44,8 @@ void TakeDownTransferParts(ItemPtr i_entry, TransferPartTypes const& i_types)
         auto* lp_socket = l_socket.AsPointer<QTcpSocket>();
         l_socket.Remove();
         QObject::disconnect(lp_socket, nullptr, nullptr, nullptr);
+        if (i_reset)
+            ResetConnection(*lp_socket);
         lp_socket->close();
         lp_socket->deleteLater();
     }

@@ -54,12 +54,6 @@ void DeclareDownloadSchema()
         dataSaver->AddSavedByConnectionType(lp_type, "download_entry");
 }
 
-void SetGlobalIfUnset(char const* i_key, Value const& i_value)
-{
-    if (!GetGlobalValue(i_key))
-        SetGlobal(i_key, i_value);
-}
-
 bool IsOnline(ItemPtr i_user)
 {
     return i_user && i_user.HasItem("is_online");

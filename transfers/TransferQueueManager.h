@@ -89,6 +89,9 @@ signals:
     void DownloadProgressed(ItemPtr i_download);
     void UploadProgressed(ItemPtr i_upload);
     void TransfersLoaded();
+    // A transfer that ran to its end: the file is whole in complete/, or whole at the peer.
+    void DownloadFinished(ItemPtr i_download);
+    void UploadFinished(ItemPtr i_upload);
 
 public slots:
     void OnFileTransferRequest(std::string const& i_user, int i_direction, unsigned int i_req, std::string const& i_file,
@@ -140,8 +143,9 @@ private:
     static void DeclareUploadSchema();
     ItemPtr UploadEntryOfSender() const;
     void OnReadPositionRemoved(Item* ip_item);
-    // Stops the thread and closes file and socket of an upload, thread first.
-    void TakeDownUpload(ItemPtr i_entry);
+    // Stops the thread and closes file and socket of an upload, thread first. An upload that did
+    // not complete has its connection reset: what is still buffered for the peer is dropped.
+    void TakeDownUpload(ItemPtr i_entry, bool i_reset);
     void StartUploadThread(ItemPtr i_entry, QTcpSocket* ip_socket);
     // Times out uploads stuck in an active status before their thread runs; true if any was.
     bool AbortStalledUploads();

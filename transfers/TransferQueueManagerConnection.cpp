@@ -84,11 +84,10 @@ bool TransferQueueManager::AcceptOfferedSize(ItemPtr i_entry, unsigned int i_req
         i_entry += d.GetType("file_size")->GetItem(Value(static_cast<long long>(i_fileSize)));
         return true;
     }
-    TransferLog(1, QStringLiteral("Denied %1: the offered size %2 differs from the expected %3 and part of the file is here")
-                       .arg(l_file)
-                       .arg(static_cast<quint64>(i_fileSize))
-                       .arg(l_expected),
-                l_user);
+    // Sizes from 2^63 on arrive negative: no file has them.
+    QString const l_why = i_fileSize < 0 ? QStringLiteral("Denied %1: the offered size %2 is beyond any file; %3 was expected")
+                                         : QStringLiteral("Denied %1: the offered size %2 differs from the expected %3 and part of the file is here");
+    TransferLog(1, l_why.arg(l_file).arg(static_cast<quint64>(i_fileSize)).arg(l_expected), l_user);
     if (peerMessenger)
         peerMessenger->DenyTransferRequest(l_user.AsString(), i_req, "File size changed");
     ReplaceValue(i_entry, "denial_reason", Value("File size changed"));
@@ -185,15 +184,29 @@ void TransferQueueManager::OnDownloadComplete()
     l_to.MakeFolder();
     if (l_to.FileExists() && FreeCompleteName(l_entry))
         l_to = TargetOf(l_entry, true);
-    if (!l_from.MoveFileTo(l_to))
+    // The local name may differ from the peer's much: the log tells where the file went.
+    if (l_from.MoveFileTo(l_to))
+        TransferLog(1, QStringLiteral("Download of %1 from %2 complete, saved as %3")
+                           .arg(QString::fromStdString(RemotePath(l_entry)), QString::fromStdString(l_entry.HasItem("user").AsString()), l_to.File()),
+                    l_entry.HasItem("user"));
+    else
         TransferLog(1, QStringLiteral("Could not move %1 to %2; it stays where it is").arg(l_from.File(), l_to.File()),
                     l_entry.HasItem("user"));
     SetDownloadEntryStatus(l_entry, "complete");
     RemoveDownloadDownloadingFolderIfAppropriate(l_entry);
+    emit DownloadFinished(l_entry);
 }
 
 void TransferQueueManager::OnDownloadError()
 {
-    if (ItemPtr const l_entry = EntryOfSender())
-        SetDownloadEntryStatus(l_entry, "aborted");
+    ItemPtr const l_entry = EntryOfSender();
+    if (!l_entry)
+        return;
+    auto* const lp_thread = l_entry.HasItem("download_thread").AsPointer<DownloadThread>();
+    lp_thread->wait();
+    TransferLog(1, QStringLiteral("Download of %1 from %2 failed: %3")
+                       .arg(QString::fromStdString(RemotePath(l_entry)), QString::fromStdString(l_entry.HasItem("user").AsString()),
+                            lp_thread->FailureReason()),
+                l_entry.HasItem("user"));
+    SetDownloadEntryStatus(l_entry, "aborted");
 }

@@ -285,7 +285,7 @@ void TransferQueueManager::SetUploadEntryStatus(ItemPtr i_entry, std::string con
     ReplaceValue(i_entry, "last_status_change_time", Value(QDateTime::currentDateTime().toString(Qt::TextDate).toStdString()));
     if (!l_wasActive || IsActiveUploadStatus(i_status))
         return;
-    TakeDownUpload(i_entry);
+    TakeDownUpload(i_entry, i_status != "complete");
     if (i_status != "aborted")
         return;
     ItemPtr const l_user = i_entry.HasItem("user");
@@ -299,9 +299,9 @@ void TransferQueueManager::SetUploadEntryStatus(ItemPtr i_entry, std::string con
     peerMessenger->SendMessage(l_user.AsString(), l_message);
 }
 
-void TransferQueueManager::TakeDownUpload(ItemPtr i_entry)
+void TransferQueueManager::TakeDownUpload(ItemPtr i_entry, bool i_reset)
 {
-    TakeDownTransferParts<UploadThread>(i_entry, {"upload_thread", "upload_file", "upload_socket", "read_position"});
+    TakeDownTransferParts<UploadThread>(i_entry, {"upload_thread", "upload_file", "upload_socket", "read_position"}, i_reset);
 }
 
 void TransferQueueManager::OnReadPositionRemoved(Item* ip_item)
@@ -313,7 +313,7 @@ void TransferQueueManager::RemoveUpload(ItemPtr i_entry)
 {
     if (!i_entry)
         return;
-    TakeDownUpload(i_entry);
+    TakeDownUpload(i_entry, true);
     i_entry.Remove();
 }
 
@@ -483,6 +483,7 @@ void TransferQueueManager::OnUploadComplete()
     if (gp_server)
         gp_server->SendUploadSpeed(l_speed);
     SetUploadEntryStatus(l_entry, "complete");
+    emit UploadFinished(l_entry);
     StartNewUploads();
 }
 
@@ -491,6 +492,10 @@ void TransferQueueManager::OnUploadError()
     ItemPtr const l_entry = UploadEntryOfSender();
     if (!l_entry)
         return;
+    auto* const lp_thread = l_entry.HasItem("upload_thread").AsPointer<UploadThread>();
+    lp_thread->wait();
+    TransferLog(1, QStringLiteral("Upload of %1 to %2 failed: %3").arg(SharedName(l_entry), UserName(l_entry), lp_thread->FailureReason()),
+                l_entry.HasItem("user"));
     SetUploadEntryStatus(l_entry, "aborted");
     StartNewUploads();
 }

@@ -1,6 +1,9 @@
 #include "transfers/TransferSupport.h"
 
+#include <QTcpSocket>
+
 #include <charconv>
+#include <sys/socket.h>
 
 #include "store/Data.h"
 #include "store/Log.h"
@@ -28,4 +31,13 @@ std::optional<long long> DecimalOf(std::string const& i_text)
     if (l_error != std::errc() || lp_end != i_text.data() + i_text.size())
         return std::nullopt;
     return l_value;
+}
+
+void ResetConnection(QTcpSocket& io_socket)
+{
+    // A linger time of zero makes the system drop what it still holds and send a reset.
+    linger const l_linger{1, 0};
+    if (qintptr const l_descriptor = io_socket.socketDescriptor(); l_descriptor >= 0)
+        setsockopt(static_cast<int>(l_descriptor), SOL_SOCKET, SO_LINGER, &l_linger, sizeof l_linger);
+    io_socket.abort();
 }

@@ -8,6 +8,13 @@
 #include "store/ItemPtr.h"
 #include "store/Value.h"
 
+class QTcpSocket;
+
+// Ends the connection at once with a reset. A close would first deliver what is still buffered
+// on this side, and a peer that reads slowly or not at all would keep the connection, and the
+// system's buffers behind it, for as long as it liked after the transfer was given up.
+void ResetConnection(QTcpSocket& io_socket);
+
 // A line of the transfer queue's log, with the user it concerns where one is known.
 void TransferLog(int i_level, QString const& i_text, ItemPtr i_user = ItemPtr());
 

@@ -65,7 +65,7 @@ TransferWait::Outcome TransferWait::InSlices(QAbstractSocket& io_socket, bool (Q
         if (IsExitSignalled())
             return Outcome::ExitSignalled;
         if (i_deadline.hasExpired())
-            return Outcome::Failed;
+            return Outcome::TimedOut;
         int const l_slice = static_cast<int>(std::min<long long>(s_sliceMs, i_deadline.remainingTime()));
         if ((io_socket.*i_wait)(l_slice))
             return Outcome::Ready;
@@ -73,4 +73,20 @@ TransferWait::Outcome TransferWait::InSlices(QAbstractSocket& io_socket, bool (Q
         if (io_socket.state() != QAbstractSocket::ConnectedState)
             return Outcome::Failed;
     }
+}
+
+QString TransferWait::Describe(Outcome i_outcome) const
+{
+    switch (i_outcome)
+    {
+    case Outcome::Ready:
+        break;
+    case Outcome::Failed:
+        return QStringLiteral("the connection closed");
+    case Outcome::TimedOut:
+        return QStringLiteral("timed out after %1 ms").arg(m_timeoutMs);
+    case Outcome::ExitSignalled:
+        return QStringLiteral("stopped");
+    }
+    return QString();
 }

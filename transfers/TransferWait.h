@@ -2,6 +2,7 @@
 
 #include <QDeadlineTimer>
 #include <QMutex>
+#include <QString>
 
 class QAbstractSocket;
 
@@ -15,6 +16,7 @@ public:
     {
         Ready,
         Failed,
+        TimedOut,
         ExitSignalled
     };
 
@@ -29,7 +31,7 @@ public:
 
     // A new deadline of the time-out from now.
     QDeadlineTimer Deadline() const;
-    // Ready when bytes came, Failed when the connection ended or the deadline passed.
+    // Ready when bytes came, Failed when the connection ended, TimedOut when the deadline passed.
     Outcome ForReadyRead(QAbstractSocket& io_socket, QDeadlineTimer i_deadline);
     // Ready when some of the pending bytes went, within the time-out.
     Outcome ForBytesWritten(QAbstractSocket& io_socket);
@@ -37,6 +39,8 @@ public:
     Outcome ForDisconnected(QAbstractSocket& io_socket);
     // Ready after the whole span.
     Outcome Sleep(long long i_ms);
+    // Why a wait that was not Ready ended, in the words of the log.
+    QString Describe(Outcome i_outcome) const;
 
 private:
     Outcome InSlices(QAbstractSocket& io_socket, bool (QAbstractSocket::*i_wait)(int), QDeadlineTimer i_deadline);

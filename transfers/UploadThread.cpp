@@ -48,8 +48,10 @@ bool UploadThread::PerformUpload()
         return false;
     // The offset is the peer's word: checked before the file is touched.
     long long const l_size = mp_file->size();
-    if (l_offset < 0 || l_offset >= l_size || !mp_file->seek(l_offset))
-        return false;
+    if (l_offset < 0 || l_offset >= l_size)
+        return Fail(QStringLiteral("the peer asked for offset %1 of a file of %2 bytes").arg(static_cast<quint64>(l_offset)).arg(l_size));
+    if (!mp_file->seek(l_offset))
+        return Fail(QStringLiteral("seeking in the file failed: %1").arg(mp_file->errorString()));
 
     QElapsedTimer l_clock;
     l_clock.start();
@@ -58,12 +60,15 @@ bool UploadThread::PerformUpload()
     for (;;)
     {
         if (m_wait.IsExitSignalled())
-            return false;
+            return Fail(m_wait.Describe(TransferWait::Outcome::ExitSignalled));
         long long const l_sleep = l_pacer.BeforeBlock(m_limit.Get(), l_clock.elapsed());
-        if (l_sleep > 0 && m_wait.Sleep(l_sleep) != TransferWait::Outcome::Ready)
-            return false;
+        if (l_sleep > 0)
+            if (TransferWait::Outcome const l_outcome = m_wait.Sleep(l_sleep); l_outcome != TransferWait::Outcome::Ready)
+                return Fail(m_wait.Describe(l_outcome));
         long long const l_length = std::min(g_blockSize, l_size - l_offset);
-        if (mp_file->read(l_block, l_length) != l_length || !WriteBlock(l_block, l_length))
+        if (mp_file->read(l_block, l_length) != l_length)
+            return Fail(QStringLiteral("reading the file failed: %1").arg(mp_file->errorString()));
+        if (!WriteBlock(l_block, l_length))
             return false;
         l_offset += l_length;
         l_pacer.Sent(l_length);
@@ -82,7 +87,7 @@ bool UploadThread::SendRequestAndReadOffset(long long& o_offset)
     uchar l_req[4];
     qToLittleEndian<qint32>(m_req, l_req);
     if (mp_socket->write(reinterpret_cast<char const*>(l_req), sizeof l_req) != sizeof l_req)
-        return false;
+        return Fail(QStringLiteral("sending the request number failed: %1").arg(mp_socket->errorString()));
     mp_socket->flush();
 
     // One deadline for the whole offset, however it is cut up: a peer that trickles or never
@@ -92,12 +97,13 @@ bool UploadThread::SendRequestAndReadOffset(long long& o_offset)
     long long l_gathered = 0;
     while (l_gathered < 8)
     {
-        if (mp_socket->bytesAvailable() == 0
-            && m_wait.ForReadyRead(*mp_socket, l_deadline) != TransferWait::Outcome::Ready)
-            return false;
+        if (mp_socket->bytesAvailable() == 0)
+            if (TransferWait::Outcome const l_outcome = m_wait.ForReadyRead(*mp_socket, l_deadline);
+                l_outcome != TransferWait::Outcome::Ready)
+                return Fail(QStringLiteral("waiting for the offset: %1").arg(m_wait.Describe(l_outcome)));
         long long const l_read = mp_socket->read(reinterpret_cast<char*>(l_bytes) + l_gathered, 8 - l_gathered);
         if (l_read < 0)
-            return false;
+            return Fail(QStringLiteral("reading the offset failed: %1").arg(mp_socket->errorString()));
         l_gathered += l_read;
     }
     o_offset = qFromLittleEndian<qint64>(l_bytes);
@@ -110,13 +116,19 @@ bool UploadThread::WriteBlock(char const* ip_block, long long i_length)
     {
         long long const l_written = mp_socket->write(ip_block + l_sent, i_length - l_sent);
         if (l_written < 0)
-            return false;
+            return Fail(QStringLiteral("sending failed: %1").arg(mp_socket->errorString()));
         l_sent += l_written;
         while (mp_socket->bytesToWrite() > 0)
         {
-            if (m_wait.ForBytesWritten(*mp_socket) != TransferWait::Outcome::Ready)
-                return false;
+            if (TransferWait::Outcome const l_outcome = m_wait.ForBytesWritten(*mp_socket); l_outcome != TransferWait::Outcome::Ready)
+                return Fail(QStringLiteral("sending: %1").arg(m_wait.Describe(l_outcome)));
         }
     }
     return true;
+}
+
+bool UploadThread::Fail(QString i_why)
+{
+    m_failure = std::move(i_why);
+    return false;
 }

@@ -22,6 +22,8 @@ public:
 
     // Any thread may call it; the thread stops at its next block or wait slice.
     void SignalExit();
+    // Why the upload failed, for the log; read once the thread has ended with an error.
+    QString FailureReason() const { return m_failure; }
 
 signals:
     void UploadProgress(qint64 i_offset, int l_bytesPerSecond);
@@ -35,10 +37,12 @@ private:
     bool PerformUpload();
     bool SendRequestAndReadOffset(long long& o_offset);
     bool WriteBlock(char const* ip_block, long long i_length);
+    bool Fail(QString i_why);
 
     QTcpSocket* mp_socket;
     QFile* mp_file;
     int const m_req;
     UploadSpeedLimit const& m_limit;
     TransferWait m_wait;
+    QString m_failure;
 };

@@ -18,7 +18,6 @@
 
 #include <cstdio>
 #include <functional>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
 
@@ -35,28 +34,9 @@ constexpr int c_searchMs = 2000;
 // Below the promised 120 s, with room to kill and reap.
 constexpr unsigned c_deadlineSeconds = 110;
 
-// A descriptor per client here and another in the server, which inherits the limit.
-bool RaiseDescriptorLimit(rlim_t i_needed)
-{
-    rlimit l_limit{};
-    if (getrlimit(RLIMIT_NOFILE, &l_limit) != 0)
-        return false;
-    if (l_limit.rlim_cur >= i_needed)
-        return true;
-    if (l_limit.rlim_max < i_needed)
-        return false;
-    l_limit.rlim_cur = i_needed;
-    return setrlimit(RLIMIT_NOFILE, &l_limit) == 0;
-}
-
 double Ms(qint64 i_ns)
 {
     return static_cast<double>(i_ns) / 1e6;
-}
-
-QByteArray Login(QByteArray const& i_name)
-{
-    return WireWriter(1).String(i_name).String("load").U32(157).String(QByteArray(32, '0')).U32(100).Frame();
 }
 
 // What the clients and the waiting for them share. Client c_clients is the searcher.
@@ -118,7 +98,7 @@ struct LoadRun
         if (m_started >= c_clients)
             return;
         int const l_index = m_started++;
-        QByteArray l_frames = Login("load" + QByteArray::number(l_index));
+        QByteArray l_frames = LoadClient::LoginFrame("load" + QByteArray::number(l_index));
         l_frames += WireWriter(2).U32(static_cast<quint32>(20000 + l_index)).Frame();
         l_frames += WireWriter(71).U8(1).Frame() + WireWriter(100).U8(1).Frame() + WireWriter(64).Frame();
         m_clients[l_index].m_startNs = m_clock.nsecsElapsed();
@@ -172,36 +152,18 @@ int Finish(LoadRun& io_run, LoadServer& io_server, int i_code)
         delete lp_link;
     io_run.m_links.clear();
     std::printf("server peak memory: %lld KiB\n", static_cast<long long>(io_server.PeakMemoryKiB()));
-    if (!io_server.Stop(5000))
-    {
-        std::printf("the server did not stop cleanly; its last lines:\n%s\n", qPrintable(io_server.LogTail(20)));
-        i_code = 2;
-    }
-    else if (i_code == 2)
-        std::printf("the server's last lines:\n%s\n", qPrintable(io_server.LogTail(20)));
-    std::fflush(stdout);
-    return i_code;
+    return io_server.Finish(i_code);
 }
 }
 
 int main(int argc, char** argv)
 {
     BenchDeadline::Arm(c_deadlineSeconds, "bench_central: deadline passed, server killed\n");
-    if (!RaiseDescriptorLimit(2 * (c_clients + 1) + 256))
-    {
-        std::fprintf(stderr, "bench_central: cannot allow %d open files\n", 2 * (c_clients + 1) + 256);
-        return 2;
-    }
     QCoreApplication l_app(argc, argv);
     QTemporaryDir l_dir;
     LoadServer l_server(l_dir.filePath(QStringLiteral("central.log")));
-    QString l_error;
-    if (!l_server.Start(l_error))
-    {
-        std::fprintf(stderr, "bench_central: %s\n", qPrintable(l_error));
+    if (!l_server.StartWatched("bench_central", 2 * (c_clients + 1) + 256))
         return 2;
-    }
-    BenchDeadline::Watch(0, l_server.Pid());
 
     LoadRun l_run;
     l_run.m_clock.start();
@@ -234,7 +196,7 @@ int main(int argc, char** argv)
         static_cast<long long>(l_run.m_offers));
 
     LoadClient& l_searcher = *l_run.m_links[c_clients];
-    l_searcher.Start(l_run.m_port, Login("searcher") + WireWriter(64).Frame());
+    l_searcher.Start(l_run.m_port, LoadClient::LoginFrame("searcher") + WireWriter(64).Frame());
     if (!l_run.Await([&l_run] { return l_run.m_clients[c_clients].m_roomLists == 2; }, 10000))
         return Finish(l_run, l_server, 2);
 

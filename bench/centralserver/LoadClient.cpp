@@ -1,6 +1,7 @@
 #include "LoadClient.h"
 
 #include "WireReader.h"
+#include "WireWriter.h"
 
 #include <QHostAddress>
 #include <QTcpSocket>
@@ -19,6 +20,11 @@ LoadClient::LoadClient(int i_index, FrameHandler i_onFrame, FailureHandler i_onF
     connect(mp_socket, &QTcpSocket::errorOccurred, this, &LoadClient::OnGone);
 }
 
+QByteArray LoadClient::LoginFrame(QByteArray const& i_name, QByteArray const& i_password)
+{
+    return WireWriter(1).String(i_name).String(i_password).U32(157).String(QByteArray(32, '0')).U32(100).Frame();
+}
+
 void LoadClient::Start(quint16 i_port, QByteArray i_frames)
 {
     m_firstFrames = std::move(i_frames);
@@ -30,6 +36,17 @@ void LoadClient::Send(QByteArray const& i_frame)
     mp_socket->write(i_frame);
     // Written now, not when the event loop next turns, so that a timing starts at the write.
     mp_socket->flush();
+}
+
+void LoadClient::StopReading()
+{
+    disconnect(mp_socket, &QTcpSocket::readyRead, this, &LoadClient::OnReadyRead);
+    mp_socket->setReadBufferSize(1);
+}
+
+bool LoadClient::IsConnected() const
+{
+    return mp_socket->state() == QAbstractSocket::ConnectedState;
 }
 
 void LoadClient::OnConnected()

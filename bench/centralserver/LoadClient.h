@@ -25,10 +25,19 @@ public:
 
     LoadClient(int i_index, FrameHandler i_onFrame, FailureHandler i_onFailure, QObject* ip_parent);
 
+    // A login frame as a client of the network sends it.
+    static QByteArray LoginFrame(QByteArray const& i_name, QByteArray const& i_password = "load");
+
     int Index() const { return m_index; }
     // Connects and sends i_frames once connected.
     void Start(quint16 i_port, QByteArray i_frames);
+    // Sends bytes as they are, whether frames or not.
     void Send(QByteArray const& i_frame);
+    // From now on leaves what arrives unread, so that it fills the buffers of both ends.
+    void StopReading();
+    bool IsConnected() const;
+    // Closed by either side or failed.
+    bool IsGone() const { return !m_failure.isEmpty(); }
     QString const& Failure() const { return m_failure; }
 
 private slots:

@@ -1,11 +1,15 @@
 #include "LoadServer.h"
 
+#include "DescriptorLimit.h"
+#include "bench/BenchDeadline.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QRegularExpression>
 #include <QThread>
 
 #include <csignal>
+#include <cstdio>
 #include <sys/prctl.h>
 
 LoadServer::LoadServer(QString i_logPath)
@@ -56,15 +60,53 @@ bool LoadServer::Start(QString& o_error)
     return false;
 }
 
+bool LoadServer::StartWatched(char const* ip_bench, int i_descriptors)
+{
+    if (!RaiseDescriptorLimit(static_cast<rlim_t>(i_descriptors)))
+    {
+        std::fprintf(stderr, "%s: cannot allow %d open files\n", ip_bench, i_descriptors);
+        return false;
+    }
+    QString l_error;
+    if (!Start(l_error))
+    {
+        std::fprintf(stderr, "%s: %s\n", ip_bench, qPrintable(l_error));
+        return false;
+    }
+    BenchDeadline::Watch(0, Pid());
+    return true;
+}
+
 qint64 LoadServer::PeakMemoryKiB() const
+{
+    return StatusKiB("VmHWM:");
+}
+
+qint64 LoadServer::MemoryKiB() const
+{
+    return StatusKiB("VmRSS:");
+}
+
+bool LoadServer::ResetPeakMemory() const
+{
+    QFile l_clear(QStringLiteral("/proc/%1/clear_refs").arg(Pid()));
+    return l_clear.open(QIODevice::WriteOnly) && l_clear.write("5") == 1;
+}
+
+qsizetype LoadServer::LogCount(QString const& i_text) const
+{
+    return ReadLog().count(i_text);
+}
+
+qint64 LoadServer::StatusKiB(QByteArray const& i_field) const
 {
     QFile l_status(QStringLiteral("/proc/%1/status").arg(Pid()));
     if (!l_status.open(QIODevice::ReadOnly))
         return 0;
     for (QByteArray const& l_line : l_status.readAll().split('\n'))
     {
-        if (l_line.startsWith("VmHWM:"))
-            return l_line.mid(6).trimmed().split(' ').value(0).toLongLong();
+        if (l_line.startsWith(i_field))
+            return l_line.mid(i_field.size()).trimmed().split(' ').value(0).toLongLong();
     }
     return 0;
 }
@@ -81,6 +123,19 @@ bool LoadServer::Stop(int i_graceMs)
         return false;
     }
     return m_process.exitStatus() == QProcess::NormalExit && m_process.exitCode() == 0;
+}
+
+int LoadServer::Finish(int i_code)
+{
+    if (!Stop(5000))
+    {
+        std::printf("the server did not stop cleanly; its last lines:\n%s\n", qPrintable(LogTail(20)));
+        i_code = 2;
+    }
+    else if (i_code == 2)
+        std::printf("the server's last lines:\n%s\n", qPrintable(LogTail(20)));
+    std::fflush(stdout);
+    return i_code;
 }
 
 QString LoadServer::LogTail(int i_lines) const

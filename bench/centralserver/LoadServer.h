@@ -14,17 +14,31 @@ public:
 
     // Starts the program and waits for the port it logs.
     bool Start(QString& o_error);
+    // Allows i_descriptors open files, starts the program and has the benchmark's deadline kill
+    // it; false, with the reason printed after i_bench, when any step fails.
+    bool StartWatched(char const* ip_bench, int i_descriptors);
     quint16 Port() const { return m_port; }
     qint64 Pid() const { return m_process.processId(); }
-    // The most resident memory the program has had, in KiB; 0 when not known.
+    bool IsRunning() const { return m_process.state() == QProcess::Running; }
+    // The most resident memory the program has had, in KiB, since it started or since the
+    // last ResetPeakMemory(); 0 when not known.
     qint64 PeakMemoryKiB() const;
+    qint64 MemoryKiB() const;
+    bool ResetPeakMemory() const;
+    // Log lines so far that contain i_text.
+    qsizetype LogCount(QString const& i_text) const;
     // Asks the program to stop, and kills it after i_graceMs; true when it stopped by itself
     // with success.
     bool Stop(int i_graceMs);
+    // Stops the program at the end of a benchmark and gives the benchmark's exit status: 2 when
+    // the program did not stop cleanly, else i_code. Its last lines are printed with a 2.
+    int Finish(int i_code);
     QString LogTail(int i_lines) const;
 
 private:
     QString ReadLog() const;
+    // A field of the program's /proc status in KiB; 0 when not known.
+    qint64 StatusKiB(QByteArray const& i_field) const;
 
     QString m_logPath;
     QProcess m_process;

@@ -2,6 +2,7 @@
 #include <iterator>
 
 #include "AppTest.h"
+#include "forms/WelcomeDialog.h"
 #include "shell/ActionSetToolBar.h"
 #include "store/DataSaver.h"
 #include "support/WaitFor.h"
@@ -28,14 +29,21 @@ TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHintAndTheMenuFollowsThe
     EXPECT_EQ(TabTexts(lp_ui->mainTabWidget),
               (QStringList{u"Transfers"_s, u"Rooms"_s, u"Chat"_s, u"Search"_s, u"Users"_s, u"Shares"_s, u"Options"_s, u"Diagnostics"_s}));
     EXPECT_EQ(lp_ui->mainTabWidget->tabText(lp_ui->mainTabWidget->currentIndex()), QStringLiteral("Rooms"));
-    EXPECT_EQ(TabTexts(lp_ui->optionsTabWidget), (QStringList{u"Login"_s, u"File Sharing"_s}));
+    EXPECT_EQ(TabTexts(lp_ui->optionsTabWidget), (QStringList{u"Login"_s, u"File Sharing"_s, u"Notifications"_s}));
     EXPECT_EQ(lp_ui->menuConnection->title(), QStringLiteral("Connection"));
     EXPECT_TRUE(lp_ui->actionConnect->isEnabled());
     EXPECT_FALSE(lp_ui->actionDisconnect->isEnabled());
     EXPECT_EQ(lp_ui->actionData->text(), QStringLiteral("&Data"));
 
-    // No user name in a new home: the hint is shown, and nothing connects by itself.
+    // No user name in a new home: the welcome dialog asks for one, nothing connects by itself,
+    // and dismissing the dialog leaves the hint of where to set it later.
+    auto* lp_welcome = lp_window->findChild<WelcomeDialog*>();
+    ASSERT_NE(lp_welcome, nullptr);
+    EXPECT_TRUE(lp_welcome->isVisible());
+    EXPECT_EQ(CloseInformationBoxes(QStringLiteral("No Username")), 0);
+    lp_welcome->reject();
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("No Username")), 1);
+    EXPECT_EQ(gp_server->GetState(), Server::StateDisconnected);
 
     ASSERT_NE(timerManager, nullptr);
     for (auto [lp_timer, l_interval] :

@@ -62,17 +62,17 @@ TEST(PrivateMessageBoxTest, WhatWaitsForOneUserIsBoundedAndEachDropIsLogged)
     PrivateMessageBox l_box(l_sessions, l_accounts);
     ClientConnection& l_alice = *HeldSocket::Session("alice", 1, &l_owner);
 
-    for (int l_message = 0; l_message < PrivateMessageBox::c_maxPendingPerUser; ++l_message)
+    for (int l_message = 0; l_message < ServerLimits::c_maxPendingMessagesPerUser; ++l_message)
         l_box.Post(l_alice, "bob", "hi");
     l_log.m_lines.clear();
     l_box.Post(l_alice, "bob", "one more");
-    EXPECT_EQ(l_box.PendingCount("bob"), PrivateMessageBox::c_maxPendingPerUser);
+    EXPECT_EQ(l_box.PendingCount("bob"), ServerLimits::c_maxPendingMessagesPerUser);
     EXPECT_EQ(l_log.m_lines, QStringList{QStringLiteral("private message dropped alice -> bob: too many kept")});
 
     QByteArray const l_large(128 * 1024, 'x');
-    for (qsizetype l_kept = 0; l_kept < PrivateMessageBox::c_maxKeptBytesPerUser; l_kept += l_large.size())
+    for (qsizetype l_kept = 0; l_kept < ServerLimits::c_maxKeptMessageBytesPerUser; l_kept += l_large.size())
         l_box.Post(l_alice, "carol", l_large);
-    qsizetype const l_full = PrivateMessageBox::c_maxKeptBytesPerUser / l_large.size();
+    qsizetype const l_full = ServerLimits::c_maxKeptMessageBytesPerUser / l_large.size();
     EXPECT_EQ(l_box.PendingCount("carol"), l_full);
     l_box.Post(l_alice, "carol", "x");
     EXPECT_EQ(l_box.PendingCount("carol"), l_full);

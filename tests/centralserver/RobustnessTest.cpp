@@ -57,7 +57,7 @@ TEST_F(RobustnessTest, AccountsOutliveARestartAndDamagedLinesAreSkipped)
 TEST_F(RobustnessTest, BeforeLoginFramesStopAt64KiB)
 {
     // The login body is 58 bytes besides the name, with a password of two.
-    qsizetype const l_nameAtBound = ClientConnection::c_maxLoginFrameLength - 58;
+    qsizetype const l_nameAtBound = ServerLimits::c_maxLoginFrameLength - 58;
     RawClient l_at(mp_server->Port());
     l_at.Send(RawClient::LoginBody(QByteArray(l_nameAtBound, 'n'), "pw"));
     EXPECT_EQ(l_at.Next(), Body(1).U8(0).Str("INVALIDUSERNAME").Bytes());
@@ -115,7 +115,7 @@ TEST(ClientConnectionTest, AClientIsClosedOnlyPastItsOwnUnsentBound)
     int l_closed = 0;
     QObject::connect(&l_reader, &ClientConnection::Closed, &l_owner, [&l_closed] { ++l_closed; });
     QByteArray const l_mebibyte(1024 * 1024, 'x');
-    for (qint64 l_sent = 0; l_sent < ClientConnection::c_maxPendingOutput; l_sent += l_mebibyte.size())
+    for (qint64 l_sent = 0; l_sent < ServerLimits::c_maxPendingOutput; l_sent += l_mebibyte.size())
         l_reader.Send(l_mebibyte);
     EXPECT_FALSE(l_reader.IsClosing());
     l_reader.Send("x");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CentralServer.h"
+#include "ServerLimits.h"
 #include "ServerLog.h"
 #include "support/RawClient.h"
 #include "support/WaitFor.h"

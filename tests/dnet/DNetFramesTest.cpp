@@ -55,9 +55,9 @@ TEST_F(DNetTest, ABadFrameClosesOnlyItsSocket)
     EXPECT_TRUE(lp_dan->WaitClosed());
     EXPECT_TRUE(Logged("1|Error reading message code, closing child connection"));
     EXPECT_TRUE(Logged("1|Child socket closed"));
-    lp_erin->SendRaw(Body(DNetManager::s_maxFrameLength + 1).Bytes());
+    lp_erin->SendRaw(Body(DNetLimits::s_maxChildFrameLength + 1).Bytes());
     EXPECT_TRUE(lp_erin->WaitClosed());
-    EXPECT_TRUE(Logged("1|Frame of 1048577 bytes announced on a child connection, above the bound of 1048576; closing it"));
+    EXPECT_TRUE(Logged("1|Frame of 4097 bytes announced on a child connection, above the bound of 4096; closing it"));
     EXPECT_EQ(Count("dnet_child"), 0u);
 
     SendAndSettle(Body(93).Raw(QByteArray(1, 3) + Body(49).Str("sam").Bytes()));

@@ -117,7 +117,7 @@ TEST_F(DNetTest, AChildThatStopsReadingIsDropped)
     lp_dan->StopReading();
     // Alice's kernel buffer for dan kept small, so that the backlog builds up in her socket soon.
     ItemPtr(User("dan")["dnet_child"]).AsPointer<QTcpSocket>()->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, 65536);
-    QByteArray const l_large = QByteArray(1, 3) + Body(50).Raw(QByteArray(DNetManager::s_maxFrameLength - 5, 'x')).Bytes();
+    QByteArray const l_large = QByteArray(1, 3) + Body(50).Raw(QByteArray(DNetLimits::s_maxParentFrameLength - 5, 'x')).Bytes();
     for (int l_frame = 0; l_frame < 24 && !Logged("1|Child dan leaves more than 4194304 bytes unread, dropping it"); ++l_frame)
     {
         lp_bob->SendRaw(Framed(l_large));

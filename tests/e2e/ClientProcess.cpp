@@ -11,6 +11,7 @@ ClientProcess::ClientProcess()
     l_env.insert(QStringLiteral("HOME"), m_home.path());
     l_env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     l_env.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_home.path());
+    l_env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=") + m_home.path() + QStringLiteral("/no-bus"));
     m_process.setProcessEnvironment(l_env);
     m_process.setProcessChannelMode(QProcess::MergedChannels);
     m_process.setProgram(QStringLiteral(TIDEWICK_CLIENT_BIN));
@@ -36,6 +37,13 @@ bool ClientProcess::Start()
     }
     m_process.start();
     return m_process.waitForStarted(10000);
+}
+
+void ClientProcess::SetEnvironment(QString const& i_name, QString const& i_value)
+{
+    QProcessEnvironment l_env = m_process.processEnvironment();
+    l_env.insert(i_name, i_value);
+    m_process.setProcessEnvironment(l_env);
 }
 
 void ClientProcess::IsolateNetwork()

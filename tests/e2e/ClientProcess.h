@@ -19,6 +19,9 @@ public:
     // Runs the client in a network namespace of its own with no interface up, for a test of the
     // UPnP default: its search for a gateway then reaches nothing. Needs root.
     void IsolateNetwork();
+    // A variable of the client's environment, before the start. The session bus is none unless
+    // a test sets DBUS_SESSION_BUS_ADDRESS: no test client talks to the desktop of whoever runs it.
+    void SetEnvironment(QString const& i_name, QString const& i_value);
     bool IsRunning() const { return m_process.state() == QProcess::Running; }
     qint64 Pid() const { return m_process.processId(); }
     // Sends SIGTERM and waits; true if the process exited normally within the time.

@@ -6,7 +6,6 @@
 
 #include <QDateTime>
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -18,6 +17,7 @@
 #include "CentralServerProcess.h"
 #include "ClientProcess.h"
 #include "SeededClient.h"
+#include "Uploader.h"
 #include "support/FreePort.h"
 #include "support/SavedGraph.h"
 #include "support/ScriptedPeer.h"
@@ -29,157 +29,6 @@ constexpr int c_long = 20000;
 // The downloader writes what it receives in blocks of this size; a block cut short by the
 // uploader is not kept.
 constexpr qsizetype c_block = 8192;
-
-// The uploader's side of a download, as the peer named m_name plays it.
-class Uploader
-{
-public:
-    enum class Way { Direct, DialBack };
-    struct Answer
-    {
-        bool m_accepted = false;
-        QByteArray m_reason;
-    };
-    struct FileLink
-    {
-        std::unique_ptr<PeerLink> mp_link;
-        std::optional<quint64> m_offset;
-    };
-
-    Uploader(QByteArray i_name, QByteArray i_downloader, quint16 i_downloaderPort)
-        : m_name(std::move(i_name)), m_downloader(std::move(i_downloader)), m_downloaderPort(i_downloaderPort)
-    {
-    }
-
-    bool LogIn() { return m_peer.LogIn(2242, m_name, m_name + "-pw", m_peer.ListenPort()); }
-    // Waits until the server has handled all this peer sent it.
-    void Sync() { m_peer.Central().Sync(); }
-
-    // The body of the next message with the code from the downloader, on whichever of its
-    // messaging links it comes; the downloader may reach this peer directly or by dialling back.
-    std::optional<Fields> TakeMessage(quint32 i_code, int i_timeoutMs = c_long)
-    {
-        QByteArray l_body;
-        WaitFor([&] {
-            AcceptAll();
-            while (std::optional<ScriptedPeer::ConnectRequest> l_request = m_peer.TakeConnectRequest(0))
-                if (l_request->m_type == "P")
-                    if (std::unique_ptr<PeerLink> lp_link = m_peer.DialBack(*l_request))
-                        m_messaging.push_back(std::move(lp_link));
-            for (std::unique_ptr<PeerLink> const& lp_link : m_messaging)
-                if (!(l_body = lp_link->TakeFrame(i_code, 0)).isEmpty())
-                {
-                    mp_heard = lp_link.get();
-                    return true;
-                }
-            return false;
-        }, i_timeoutMs);
-        return l_body.isEmpty() ? std::nullopt : std::optional<Fields>(Fields(l_body.mid(4)));
-    }
-    // The file named by the next 43 or 51.
-    std::optional<QByteArray> TakeQueueRequest(int i_timeoutMs = c_long) { return TakeFile(43, i_timeoutMs); }
-    std::optional<QByteArray> TakePlaceRequest(int i_timeoutMs = c_long) { return TakeFile(51, i_timeoutMs); }
-    bool NoQueueRequest(int i_waitMs = 1500) { return !TakeFile(43, i_waitMs); }
-
-    void SendPlace(QByteArray const& i_file, quint32 i_place) { Send(Body(44).Str(i_file).U32(i_place)); }
-    void SendUploadFailed(QByteArray const& i_file) { Send(Body(46).Str(i_file)); }
-    void SendUploadDenied(QByteArray const& i_file, QByteArray const& i_reason) { Send(Body(50).Str(i_file).Str(i_reason)); }
-    // Message 40 and the downloader's answer; nothing when none came.
-    std::optional<Answer> Offer(quint32 i_req, QByteArray const& i_file, quint64 i_size, quint32 i_direction = 1,
-                                int i_timeoutMs = 5000)
-    {
-        Body l_request(40);
-        l_request.U32(i_direction).U32(i_req).Str(i_file);
-        if (i_direction == 1)
-            l_request.U64(i_size);
-        Send(l_request);
-        std::optional<Fields> l_fields = TakeMessage(41, i_timeoutMs);
-        if (!l_fields)
-            return std::nullopt;
-        Answer l_answer;
-        EXPECT_EQ(l_fields->U32(), i_req);
-        l_answer.m_accepted = l_fields->U8() != 0;
-        if (!l_answer.m_accepted)
-            l_answer.m_reason = l_fields->Str();
-        return l_answer;
-    }
-    // Opens the file connection for the request and reads the offset the downloader wants.
-    FileLink OpenFile(Way i_way, quint32 i_req)
-    {
-        FileLink l_file;
-        if (i_way == Way::Direct)
-        {
-            l_file.mp_link = m_peer.Dial(m_downloaderPort);
-            if (l_file.mp_link)
-                l_file.mp_link->SendGreeting(m_name, "F");
-        }
-        else
-        {
-            // A messaging link of the downloader may still be coming in; the file link is the
-            // one that answers with the token.
-            AcceptAll();
-            m_peer.AskDialBack(++m_token, m_downloader, "F");
-            QByteArray const l_answer = PeerLink::IndirectAnswerFrame(m_token).mid(4);
-            WaitFor([&] {
-                std::unique_ptr<PeerLink> lp_link = m_peer.Accept(0);
-                if (lp_link && lp_link->TakeFirstFrame() == l_answer)
-                    l_file.mp_link = std::move(lp_link);
-                else if (lp_link)
-                    m_messaging.push_back(std::move(lp_link));
-                return l_file.mp_link != nullptr;
-            }, c_long);
-        }
-        if (!l_file.mp_link)
-            return l_file;
-        l_file.mp_link->SendBareU32(i_req);
-        QByteArray const l_offset = l_file.mp_link->TakeRaw(8, c_long);
-        if (l_offset.size() == 8)
-            l_file.m_offset = Fields(l_offset).U64();
-        return l_file;
-    }
-    // Offers the file, opens its connection, and sends it from the offset read to the end;
-    // the offset read.
-    std::optional<quint64> Upload(Way i_way, quint32 i_req, QByteArray const& i_file, QByteArray const& i_content)
-    {
-        std::optional<Answer> const l_answer = Offer(i_req, i_file, static_cast<quint64>(i_content.size()));
-        if (!l_answer || !l_answer->m_accepted)
-            return std::nullopt;
-        FileLink l_link = OpenFile(i_way, i_req);
-        if (!l_link.m_offset)
-            return std::nullopt;
-        l_link.mp_link->SendRaw(i_content.mid(static_cast<qsizetype>(*l_link.m_offset)));
-        EXPECT_TRUE(l_link.mp_link->WaitClosed(c_long)) << "the downloader keeps the finished connection";
-        return l_link.m_offset;
-    }
-
-private:
-    std::optional<QByteArray> TakeFile(quint32 i_code, int i_timeoutMs)
-    {
-        std::optional<Fields> l_fields = TakeMessage(i_code, i_timeoutMs);
-        return l_fields ? std::optional<QByteArray>(l_fields->Str()) : std::nullopt;
-    }
-    void AcceptAll()
-    {
-        while (std::unique_ptr<PeerLink> lp_link = m_peer.Accept(0))
-            m_messaging.push_back(std::move(lp_link));
-    }
-    // On the link the downloader spoke on last: when both ways of reaching this peer got
-    // through, the downloader closes the other.
-    void Send(Body const& i_body)
-    {
-        if (mp_heard && mp_heard->IsOpen())
-            return mp_heard->Send(i_body);
-        ADD_FAILURE() << "no messaging link to the downloader";
-    }
-
-    ScriptedPeer m_peer;
-    QByteArray m_name;
-    QByteArray m_downloader;
-    quint16 m_downloaderPort;
-    quint32 m_token = 0;
-    std::vector<std::unique_ptr<PeerLink>> m_messaging;
-    PeerLink* mp_heard = nullptr;
-};
 
 // The client under test, with its downloads seeded in its data file before it starts.
 class Downloader
@@ -246,14 +95,6 @@ private:
     SavedGraph m_seed;
     int m_order = 0;
 };
-
-std::optional<std::string> StatusOf(std::vector<SavedGraph::Download> const& i_saved, std::string const& i_file)
-{
-    for (SavedGraph::Download const& l_entry : i_saved)
-        if (l_entry.m_fileName == i_file)
-            return l_entry.m_status;
-    return std::nullopt;
-}
 
 class DownloadEndToEnd : public testing::Test
 {
@@ -428,23 +269,6 @@ TEST_F(DownloadEndToEnd, RefusalsAndDenials)
     EXPECT_EQ(StatusOf(l_restarted, "changed.bin"), "queued");
 }
 
-namespace
-{
-// Every file under the folder with its size and time of change.
-std::map<QString, std::pair<qint64, QDateTime>> Files(QString const& i_folder)
-{
-    std::map<QString, std::pair<qint64, QDateTime>> l_files;
-    QDirIterator l_walk(i_folder, QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                        QDirIterator::Subdirectories);
-    while (l_walk.hasNext())
-    {
-        QFileInfo const l_info = l_walk.nextFileInfo();
-        l_files[l_info.filePath()] = {l_info.size(), l_info.lastModified()};
-    }
-    return l_files;
-}
-} // namespace
-
 TEST_F(DownloadEndToEnd, HostileNamesWriteNothingOutsideTheDownloadFolders)
 {
     QByteArray const l_content = RandomBytes(5000, 5);
@@ -460,7 +284,7 @@ TEST_F(DownloadEndToEnd, HostileNamesWriteNothingOutsideTheDownloadFolders)
     ASSERT_TRUE(WriteFile(l_profile, "bait profile") && WriteFile(l_beside, "bait beside"));
     StartUploaderFirst();
     ASSERT_TRUE(m_sender.TakeQueueRequest());
-    std::map<QString, std::pair<qint64, QDateTime>> const l_before = Files(m_fetcher.Home());
+    FileStates const l_before = FilesUnder(m_fetcher.Home());
 
     quint32 l_req = 0;
     for (QByteArray const& l_file : {QByteArray("..\\up.bin"), QByteArray("share\\..\\..\\dots.bin"),
@@ -480,7 +304,7 @@ TEST_F(DownloadEndToEnd, HostileNamesWriteNothingOutsideTheDownloadFolders)
     {
         EXPECT_TRUE(m_fetcher.Finished(l_name, l_content));
     }
-    for (auto const& [l_path, l_state] : Files(m_fetcher.Home()))
+    for (auto const& [l_path, l_state] : FilesUnder(m_fetcher.Home()))
     {
         bool const l_inside = l_path.startsWith(m_fetcher.Downloading()) || l_path.startsWith(m_fetcher.Complete());
         auto const l_old = l_before.find(l_path);

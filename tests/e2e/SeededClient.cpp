@@ -1,6 +1,7 @@
 #include "SeededClient.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
@@ -20,6 +21,7 @@ constexpr int c_loginWaitMs = 20000;
 SeededClient::SeededClient(std::string i_name) : m_name(std::move(i_name)), m_seed(std::in_place)
 {
     m_seed->SetIdentity(m_name, (Home() + QStringLiteral("/dl")).toStdString());
+    m_port = static_cast<quint16>(std::stoi(m_seed->Setting("global", "listening_port").value_or("0")));
 }
 
 QString SeededClient::Complete(QString const& i_rest) const
@@ -46,10 +48,16 @@ void SeededClient::QueueDownload(std::string const& i_user, QString const& i_rem
 {
     std::string const l_path = RemotePath(i_remoteFile);
     std::size_t const l_split = l_path.rfind('\\');
+    QueueDownload(i_user, l_path.substr(0, l_split), l_path.substr(l_split + 1), i_size);
+}
+
+void SeededClient::QueueDownload(std::string const& i_user, std::string const& i_remoteFolder, std::string const& i_fileName,
+                                 qint64 i_size)
+{
     SavedGraph::Download l_entry;
     l_entry.m_user = i_user;
-    l_entry.m_remoteFolder = l_path.substr(0, l_split);
-    l_entry.m_fileName = l_path.substr(l_split + 1);
+    l_entry.m_remoteFolder = i_remoteFolder;
+    l_entry.m_fileName = i_fileName;
     l_entry.m_fileSize = std::to_string(i_size);
     l_entry.m_status = "queued";
     l_entry.m_order = std::to_string(++m_order);
@@ -105,4 +113,25 @@ bool WriteFile(QString const& i_file, QByteArray const& i_bytes)
     QDir().mkpath(QFileInfo(i_file).path());
     QFile l_file(i_file);
     return l_file.open(QIODevice::WriteOnly) && l_file.write(i_bytes) == i_bytes.size();
+}
+
+FileStates FilesUnder(QString const& i_folder)
+{
+    FileStates l_files;
+    QDirIterator l_walk(i_folder, QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                        QDirIterator::Subdirectories);
+    while (l_walk.hasNext())
+    {
+        QFileInfo const l_info = l_walk.nextFileInfo();
+        l_files[l_info.filePath()] = {l_info.size(), l_info.lastModified()};
+    }
+    return l_files;
+}
+
+std::optional<std::string> StatusOf(std::vector<SavedGraph::Download> const& i_saved, std::string const& i_file)
+{
+    for (SavedGraph::Download const& l_entry : i_saved)
+        if (l_entry.m_fileName == i_file)
+            return l_entry.m_status;
+    return std::nullopt;
 }

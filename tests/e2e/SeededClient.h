@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QString>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,6 +33,9 @@ public:
     // A queued download of the user's file, named by its absolute path there, in the order of
     // the calls.
     void QueueDownload(std::string const& i_user, QString const& i_remoteFile, qint64 i_size);
+    // The same with the folder and the name as given, whatever they hold.
+    void QueueDownload(std::string const& i_user, std::string const& i_remoteFolder, std::string const& i_fileName,
+                       qint64 i_size);
 
     // The first start writes the seed and lets it go: a graph's saver stands in for the global
     // one while it lives, which a window in the test process must have back. Then it starts and
@@ -39,12 +44,16 @@ public:
     // SIGTERM and a normal exit within the time; the downloads of the data file saved on the way out.
     std::vector<SavedGraph::Download> Stop();
     bool IsRunning() const { return m_client.IsRunning(); }
+    ClientProcess& Process() { return m_client; }
+    qint64 Pid() const { return m_client.Pid(); }
+    quint16 Port() const { return m_port; }
     QByteArray Output() { return m_client.Output(); }
 
 private:
     std::string m_name;
     std::optional<SavedGraph> m_seed;
     ClientProcess m_client;
+    quint16 m_port = 0;
     int m_order = 0;
 };
 
@@ -53,3 +62,8 @@ std::string RemotePath(QString const& i_local);
 QByteArray RandomBytes(qsizetype i_size, quint32 i_seed);
 QByteArray ReadAll(QString const& i_file);
 bool WriteFile(QString const& i_file, QByteArray const& i_bytes);
+// The saved status of the download of the file name.
+std::optional<std::string> StatusOf(std::vector<SavedGraph::Download> const& i_saved, std::string const& i_file);
+// Every file under the folder with its size and time of change.
+using FileStates = std::map<QString, std::pair<qint64, QDateTime>>;
+FileStates FilesUnder(QString const& i_folder);

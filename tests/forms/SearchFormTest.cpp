@@ -456,6 +456,10 @@ TEST_F(SearchFormTest, KeysMoveBetweenLinesAndAMiddleClickClosesATab)
     EXPECT_EQ(QApplication::focusWidget(), Form(1)->filterEdit());
     QTest::keyClick(Form(1)->filterEdit(), Qt::Key_L, Qt::ControlModifier);
     EXPECT_EQ(QApplication::focusWidget(), mp_search->SearchEdit());
+    // Outside the results, Ctrl+F finds on the network.
+    mp_search->findChild<QTreeWidget*>(S("wishList"))->setFocus();
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::focusWidget(), mp_search->SearchEdit());
 
     QTabBar* lp_bar = mp_tabs->tabBar();
     QTest::mouseClick(lp_bar, Qt::LeftButton, {}, lp_bar->tabRect(0).center());

@@ -5,6 +5,7 @@
 #include "forms/SharesForm.h"
 #include "shares/SharedFoldersManager.h"
 #include "shell/EventToolBar.h"
+#include "shell/FocusWidget.h"
 
 namespace
 {
@@ -169,11 +170,14 @@ TEST_F(SharesFormTest, FilterTermsAreUsedUpAlongThePathAndCurrentFilesChangeOnly
     lp_tree->setCurrentItem(lp_jazz);
     EXPECT_EQ(Texts(FileList(lp_form)), L({"blue.mp3"}));
 
-    // A hidden current row empties the files; an empty filter shows everything again.
+    // A hidden current row empties the files; Escape in the filter empties it, which shows
+    // everything again.
     l_filter("zzz");
     EXPECT_EQ(FileList(lp_form)->topLevelItemCount(), 0);
     EXPECT_TRUE(lp_music->isHidden());
-    l_filter("");
+    FocusWidgetAndParents(Child<QLineEdit>(lp_form, "filterEdit"));
+    QTest::keyClick(Child<QLineEdit>(lp_form, "filterEdit"), Qt::Key_Escape);
+    EXPECT_TRUE(Child<QLineEdit>(lp_form, "filterEdit")->text().isEmpty());
     EXPECT_EQ(Shape(lp_tree), (L({"Music+", " Jazz", " Rock", "Papers"})));
 }
 

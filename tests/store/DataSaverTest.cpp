@@ -370,4 +370,14 @@ TEST_F(DataSaverTest, HandlersAreEnteredAndLeftWithTheirLives)
     // its life only.
     { DataSaver l_nested; EXPECT_EQ(dataSaver, &l_nested); }
     EXPECT_EQ(dataSaver, mp_saver.get());
+    // Two such savers may go in the order they came: the client's is global again after both,
+    // and a handler made meanwhile is still told of the next load.
+    auto lp_older = std::make_unique<DataSaver>(), lp_newer = std::make_unique<DataSaver>();
+    LoadedCounter l_meanwhile;
+    lp_older.reset();
+    EXPECT_EQ(dataSaver, lp_newer.get());
+    lp_newer.reset();
+    EXPECT_EQ(dataSaver, mp_saver.get());
+    mp_saver->EmitDataLoaded();
+    EXPECT_EQ(l_meanwhile.m_calls, 1);
 }

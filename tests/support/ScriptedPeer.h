@@ -75,6 +75,11 @@ public:
     // From now on takes nothing in and leaves the socket a one-byte buffer, so that what the
     // other end sends piles up in its own buffers.
     void StopReading();
+    // Goes on reading, but through a buffer of the size: what the other end sends beyond it
+    // waits in the buffers of both ends until it is taken, so that reading slowly slows it.
+    void NarrowReadBuffer(qint64 i_bytes) { mp_socket->setReadBufferSize(i_bytes); }
+    // The system's handle of the connection, for a test that looks below the socket.
+    qintptr Descriptor() const { return mp_socket->socketDescriptor(); }
     bool WaitClosed(int i_timeoutMs = 3000);
     bool IsOpen() const { return mp_socket->state() == QAbstractSocket::ConnectedState; }
     void Close() { mp_socket->disconnectFromHost(); }

@@ -33,6 +33,7 @@ TEST_F(QueueTest, AWholeFileLandsInCompleteAndTheDownloadingFolderGoes)
     lp_file->SendRaw(Content(20000));
     ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "complete"; }));
     EXPECT_EQ(Read(QStringLiteral("complete/one/a.mp3")), Content(20000));
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Download of music\\one\\a.mp3 from bob complete, saved as %1").arg(Local(QStringLiteral("complete/one/a.mp3")))));
     EXPECT_FALSE(QDir(Local(QStringLiteral("downloading/one"))).exists());
     EXPECT_GE(l_progress.count(), 1);
     EXPECT_TRUE(lp_file->WaitClosed());
@@ -118,6 +119,7 @@ TEST_F(QueueTest, AChangedSizeIsTakenOnlyWhileNothingIsHere)
     ItemPtr const l_huge = Add("f", "b", 10);
     EXPECT_EQ(Offer(3, "f\\b", quint64(1) << 63), Body(3).U8(0).Str("File size changed").Bytes());
     EXPECT_EQ(Status(l_huge), "denied");
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Denied f\\b: the offered size 9223372036854775808 is beyond any file; 10 was expected")));
 }
 
 TEST_F(QueueTest, RemovingAStalledDownloadStopsItAndKeepsThePartial)
@@ -146,6 +148,7 @@ TEST_F(QueueTest, APeerThatGoesSilentAbortsTheDownload)
     std::unique_ptr<PeerLink> lp_file = StartTransfer(l_entry);
     lp_file->SendRaw(Content(8292));
     ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "aborted"; }, 8000));
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Download of f\\a from bob failed: waiting for bytes at 8292: timed out after 3000 ms")));
     EXPECT_EQ(Read(QStringLiteral("downloading/f/a")), Content(8192));
     EXPECT_TRUE(lp_file->WaitClosed());
 }
@@ -183,6 +186,7 @@ TEST_F(QueueTest, AFileThatAppearedInCompleteIsNeverOverwritten)
     ASSERT_TRUE(WaitFor([&] { return Status(l_entry) == "complete"; }));
     EXPECT_EQ(Read(QStringLiteral("complete/f/a.txt")), "mine");
     EXPECT_EQ(Read(QStringLiteral("complete/f/a (2).txt")), "bob's");
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Download of f\\a.txt from bob complete, saved as %1").arg(Local(QStringLiteral("complete/f/a (2).txt")))));
     EXPECT_TRUE(mp_queue->DoesDownloadItemCompleteFilenameExist(l_entry));
 }
 

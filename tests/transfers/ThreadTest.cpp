@@ -163,6 +163,7 @@ TEST_F(ThreadTest, DownloadEndsAtTheExpectedSize)
         Running<DownloadThread> l_download = StartDownload(*l_pair.mp_near, *lp_target, 101, 100, l_beyond);
         ASSERT_TRUE(WaitFor([&] { return l_beyond.IsOver(); }, 1000));
         EXPECT_TRUE(l_beyond.m_error);
+        EXPECT_EQ(l_download->FailureReason(), QStringLiteral("the partial file of 101 bytes is longer than the expected 100"));
     }
     ASSERT_TRUE(lp_target->open(QIODevice::WriteOnly | QIODevice::Append));
     Running<DownloadThread> l_download = StartDownload(*l_pair.mp_near, *lp_target, 0, 10000, l_down);
@@ -183,6 +184,7 @@ TEST_F(ThreadTest, DownloadFailsOnAStoppedPeerOrAFailedWrite)
     l_closing.mp_far->disconnectFromHost();
     ASSERT_TRUE(WaitFor([&] { return l_closed.IsOver(); }));
     EXPECT_TRUE(l_closed.m_error);
+    EXPECT_EQ(l_download->FailureReason(), QStringLiteral("waiting for bytes at 10000: the connection closed"));
     // The whole blocks stay: a later connection resumes from them.
     EXPECT_EQ(ReadFile(Path("target")), l_bytes.left(g_block));
 
@@ -193,6 +195,7 @@ TEST_F(ThreadTest, DownloadFailsOnAStoppedPeerOrAFailedWrite)
     ASSERT_TRUE(WaitFor([&] { return l_timedOut.IsOver(); }));
     EXPECT_TRUE(l_timedOut.m_error);
     EXPECT_GE(l_timedOut.m_endMs, 300);
+    EXPECT_EQ(l_waiting->FailureReason(), QStringLiteral("waiting for bytes at 8192: timed out after 300 ms"));
 
     // A full disk, also when the file holds the block back until it is flushed.
     QFile l_full(QStringLiteral("/dev/full"));
@@ -203,6 +206,7 @@ TEST_F(ThreadTest, DownloadFailsOnAStoppedPeerOrAFailedWrite)
     Running<DownloadThread> l_writing = StartDownload(*l_pair.mp_near, l_full, 0, 100, l_failed);
     ASSERT_TRUE(WaitFor([&] { return l_failed.IsOver(); }));
     EXPECT_TRUE(l_failed.m_error);
+    EXPECT_TRUE(l_writing->FailureReason().startsWith(QStringLiteral("writing the file failed: "))) << l_writing->FailureReason().toStdString();
 }
 
 TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAStalledTransfer)
@@ -247,6 +251,9 @@ TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAStalledTransfer)
         EXPECT_TRUE(lp_reports->m_error);
         EXPECT_LT(lp_reports->m_endMs - l_signalledMs, 500);
     }
+    EXPECT_EQ(l_download->FailureReason(), QStringLiteral("waiting for bytes at 100: stopped"));
+    EXPECT_EQ(l_upload->FailureReason(), QStringLiteral("sending: stopped"));
+    EXPECT_EQ(l_noOffset->FailureReason(), QStringLiteral("waiting for the offset: stopped"));
 }
 
 TEST_F(ThreadTest, ExitIsHonouredWithinASliceOfAPacingSleep)
@@ -289,6 +296,9 @@ TEST_F(ThreadTest, UploadRefusesOffsetsOutsideTheFile)
         l_pair.mp_far->write(LittleEndian64(l_case.m_offset));
         ASSERT_TRUE(WaitFor([&] { return l_up.IsOver(); }));
         EXPECT_TRUE(l_up.m_error) << l_case.m_offset;
+        EXPECT_EQ(l_upload->FailureReason(), QStringLiteral("the peer asked for offset %1 of a file of %2 bytes")
+                                                 .arg(static_cast<quint64>(l_case.m_offset))
+                                                 .arg(lp_source->size()));
         EXPECT_TRUE(l_up.m_offsets.empty());
         EXPECT_TRUE(ReadExactly(*l_pair.mp_far, 1, 100).isEmpty());
     }
@@ -311,6 +321,7 @@ TEST_F(ThreadTest, UploadGivesUpOnAnOffsetThatNeverComesWhole)
     EXPECT_TRUE(l_up.m_error);
     EXPECT_GE(l_up.m_endMs, 600);
     EXPECT_LT(l_up.m_endMs, 1000);
+    EXPECT_EQ(l_upload->FailureReason(), QStringLiteral("waiting for the offset: timed out after 600 ms"));
 }
 
 TEST_F(ThreadTest, SparseFileIsSentFromAnOffsetBeyondFourGiB)

@@ -1,8 +1,12 @@
 // Uploads on the wire: bob asks over his messaging link, answers the transfer request, and
 // takes the file connection that alice opens to his listener.
+#include <QDeadlineTimer>
+#include <QThread>
 #include <QtEndian>
 
 #include <algorithm>
+#include <cerrno>
+#include <sys/socket.h>
 
 #include "transfers/UploadFixture.h"
 
@@ -13,6 +17,25 @@ QByteArray Offset(quint64 i_offset)
     QByteArray l_bytes(8, '\0');
     qToLittleEndian(i_offset, l_bytes.data());
     return l_bytes;
+}
+
+// Reads what the connection still holds, below the socket, until it ends: 0 for an orderly end
+// after everything the other side had, the error of a reset, or EAGAIN if it goes on.
+int HowItEnds(qintptr i_descriptor)
+{
+    char l_sink[65536];
+    QDeadlineTimer const l_deadline(5000);
+    while (!l_deadline.hasExpired())
+    {
+        ssize_t const l_read = recv(static_cast<int>(i_descriptor), l_sink, sizeof l_sink, MSG_DONTWAIT);
+        if (l_read == 0)
+            return 0;
+        if (l_read < 0 && errno != EAGAIN)
+            return errno;
+        if (l_read < 0)
+            QThread::msleep(10);
+    }
+    return EAGAIN;
 }
 } // namespace
 
@@ -92,9 +115,33 @@ TEST_F(UploadTest, OffsetsAtOrPastTheEndAndEmptyFilesAbortWithANotice)
         lp_file->SendRaw(Offset(l_case.m_offset));
         ItemPtr const l_entry = Entry("bob", l_case.m_file);
         ASSERT_TRUE(WaitFor([&] { return UploadStatus(l_entry) == "aborted"; })) << l_case.m_offset;
+        EXPECT_TRUE(QueueLogged(QStringLiteral("1|Upload of %1 to bob failed: the peer asked for offset %2 of a file of %3 bytes")
+                                    .arg(QLatin1String(l_case.m_name))
+                                    .arg(l_case.m_offset)
+                                    .arg(l_case.m_file == l_empty ? 0 : 3000)));
         EXPECT_EQ(mp_bob->Take(46, 3000).value_or(Fields(QByteArray())).Str(), l_path);
         EXPECT_TRUE(lp_file->WaitClosed());
     }
+}
+
+TEST_F(UploadTest, APeerThatStopsReadingTimesOutAndItsConnectionIsReset)
+{
+    BobOnline();
+    // Far more than the buffers of both ends hold.
+    ItemPtr const l_file = SharedFile(QStringLiteral("big.bin"), Content(16 << 20));
+    quint32 l_req = 0;
+    AskAndTakeRequest(PathOf(QStringLiteral("big.bin")), &l_req);
+    std::unique_ptr<PeerLink> lp_file = AcceptAndConnect(l_req);
+    ASSERT_TRUE(lp_file);
+    EXPECT_EQ(lp_file->TakeRaw(4).size(), 4);
+    lp_file->SendRaw(Offset(0));
+    lp_file->StopReading();
+    ItemPtr const l_entry = Entry("bob", l_file);
+    ASSERT_TRUE(WaitFor([&] { return UploadStatus(l_entry) == "aborted"; }, 8000));
+    EXPECT_TRUE(QueueLogged(QStringLiteral("1|Upload of big.bin to bob failed: sending: timed out after 1500 ms")));
+    EXPECT_EQ(mp_bob->Take(46, 3000).value_or(Fields(QByteArray())).Str(), PathOf(QStringLiteral("big.bin")));
+    // What reached bob is all he gets: nothing buffered on alice's side goes after the time-out.
+    EXPECT_EQ(HowItEnds(lp_file->Descriptor()), ECONNRESET);
 }
 
 TEST_F(UploadTest, AnswersForUnknownForeignOrRefusedRequestsAndVanishedFiles)

@@ -43,6 +43,9 @@ tidewick_build() {
     command -v ninja >/dev/null 2>&1 && gen=(-G Ninja)
     if [ ! -f "$dir/CMakeCache.txt" ]; then
         cmake -S "$TIDEWICK_ROOT" -B "$dir" "${gen[@]}" -DCMAKE_BUILD_TYPE="$type" "$@"
+    elif [ $# -gt 0 ]; then
+        # A tree made before the script gave an option gets it too.
+        cmake -B "$dir" "$@" >/dev/null
     fi
     cmake --build "$dir" --parallel "$(nproc)"
 }

@@ -165,7 +165,7 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_searchForm->Init();
     mp_userListForm->Init();
 
-    connect(timerManager->FiveMinuteTimer(), &QTimer::timeout, this, &MainWindow::EveryFiveMinutes);
+    connect(timerManager->SaveTimer(), &QTimer::timeout, this, &MainWindow::OnSaveTimer);
 }
 
 void MainWindow::resizeEvent(QResizeEvent* ip_event)
@@ -490,7 +490,7 @@ std::string MainWindow::DataFileName()
     return QFile::encodeName(QDir::homePath() + QStringLiteral("/.Tidewick")).toStdString();
 }
 
-void MainWindow::EveryFiveMinutes()
+void MainWindow::OnSaveTimer()
 {
     dataSaver->SaveInBackground(&d, DataFileName().c_str());
 }

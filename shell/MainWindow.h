@@ -55,7 +55,7 @@ public:
     void ShowStatusMessage(QString const& i_text) override;
 
 public slots:
-    void EveryFiveMinutes();
+    void OnSaveTimer();
     // Ends the program as closing the window does where there is no tray: from the tray's
     // menu, and on SIGTERM and SIGINT.
     void Quit();

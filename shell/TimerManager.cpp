@@ -8,9 +8,11 @@ TimerManager::TimerManager(QObject* ip_parent) : QObject(ip_parent)
     m_halfMinuteTimer.setInterval(30000);
     m_fiveMinuteTimer.setInterval(300000);
     m_hourTimer.setInterval(3600000);
+    m_saveTimer.setInterval(TIDEWICK_SAVE_PERIOD_MS);
     m_halfMinuteTimer.start();
     m_fiveMinuteTimer.start();
     m_hourTimer.start();
+    m_saveTimer.start();
 }
 
 TimerManager::~TimerManager()

@@ -3,7 +3,7 @@
 #include <QObject>
 #include <QTimer>
 
-// The client's three periodic timers. Subscribers connect to the timers' own timeout().
+// The client's periodic timers. Subscribers connect to the timers' own timeout().
 class TimerManager : public QObject
 {
     Q_OBJECT
@@ -14,11 +14,14 @@ public:
     QTimer* HalfMinuteTimer() { return &m_halfMinuteTimer; }
     QTimer* FiveMinuteTimer() { return &m_fiveMinuteTimer; }
     QTimer* HourTimer() { return &m_hourTimer; }
+    // The periodic save of the data file: five minutes, unless the build sets another period.
+    QTimer* SaveTimer() { return &m_saveTimer; }
 
 private:
     QTimer m_halfMinuteTimer;
     QTimer m_fiveMinuteTimer;
     QTimer m_hourTimer;
+    QTimer m_saveTimer;
 };
 
 extern TimerManager* timerManager;

@@ -5,6 +5,7 @@
 #include "forms/WelcomeDialog.h"
 #include "shell/ActionSetToolBar.h"
 #include "store/DataSaver.h"
+#include "support/WaitFor.h"
 
 using namespace Qt::StringLiterals;
 
@@ -48,6 +49,7 @@ TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHintAndTheMenuFollowsThe
     for (auto [lp_timer, l_interval] :
          {std::pair{timerManager->HalfMinuteTimer(), 30000}, {timerManager->FiveMinuteTimer(), 300000}, {timerManager->HourTimer(), 3600000}})
         EXPECT_TRUE(lp_timer->isActive() && lp_timer->interval() == l_interval) << l_interval;
+    EXPECT_TRUE(timerManager->SaveTimer()->isActive());
 
     // The connection menu follows the server's state; of the failures only a wrong password is shown.
     for (auto [lp_signal, l_connect, l_disconnect] :
@@ -62,22 +64,30 @@ TEST(MainWindow, FirstStartShowsTheShellAndTheNoUsernameHintAndTheMenuFollowsThe
     EXPECT_EQ(CloseInformationBoxes(QStringLiteral("Login Failure: Wrong Password")), 1);
 }
 
-TEST(MainWindow, FiveMinuteSaveWritesTheDataFile)
+TEST(MainWindow, PeriodicSaveWritesTheDataFile)
 {
     MainWindow* lp_window = AppEnvironment::Window();
     QString const l_file = AppEnvironment::Home() + QStringLiteral("/.Tidewick");
     QFile::remove(l_file);
     SetGlobal("download_folder", "/tmp/somewhere");
-    lp_window->EveryFiveMinutes();
+    lp_window->OnSaveTimer();
     EXPECT_TRUE(dataSaver->WaitForBackgroundSave());
     QFile l_saved(l_file);
     ASSERT_TRUE(l_saved.open(QIODevice::ReadOnly));
     EXPECT_TRUE(l_saved.readAll().contains("/tmp/somewhere"));
     // Nothing saved has changed since: the next period writes nothing.
     QFile::remove(l_file);
-    lp_window->EveryFiveMinutes();
+    lp_window->OnSaveTimer();
     dataSaver->WaitForBackgroundSave();
     EXPECT_FALSE(QFile::exists(l_file));
+    // The save timer is what calls it.
+    SetGlobal("download_folder", "/tmp/elsewhere");
+    timerManager->SaveTimer()->start(10);
+    EXPECT_TRUE(WaitFor([&] { return QFile::exists(l_file); }));
+    EXPECT_TRUE(dataSaver->WaitForBackgroundSave());
+    QFile l_timed(l_file);
+    ASSERT_TRUE(l_timed.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(l_timed.readAll().contains("/tmp/elsewhere"));
 }
 
 TEST(MainWindow, ADamagedDataFileIsKeptAsItWasAndTheUserIsTold)

@@ -17,9 +17,14 @@ std::optional<std::string> SavedGraph::Download::* const s_downloadMembers[] = {
     &SavedGraph::Download::m_fileSize, &SavedGraph::Download::m_status, &SavedGraph::Download::m_order,
     &SavedGraph::Download::m_localFileName};
 
-// What the data file keeps of a scanned shared file.
+// What the data file keeps of a scanned shared file, in the order of SavedGraph::ScannedFile's members.
 constexpr char const* s_scannedFileParts[] = {"shared_file_folder", "shared_file_name", "shared_file_size", "mpeg_version",
                                               "channel_mode", "audio_frequency", "bitrate_mode", "bitrate"};
+
+std::string SavedGraph::ScannedFile::* const s_scannedFileMembers[] = {
+    &SavedGraph::ScannedFile::m_folder, &SavedGraph::ScannedFile::m_name, &SavedGraph::ScannedFile::m_size,
+    &SavedGraph::ScannedFile::m_mpegVersion, &SavedGraph::ScannedFile::m_channelMode, &SavedGraph::ScannedFile::m_frequency,
+    &SavedGraph::ScannedFile::m_bitrateMode, &SavedGraph::ScannedFile::m_bitrate};
 } // namespace
 
 SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
@@ -55,6 +60,8 @@ SavedGraph::SavedGraph(bool i_withRunOnlyKeys)
         m_saver.AddSavedByConnectionType(lp_part, "shared_file");
     }
     m_saver.AddSavedByConnectionType("shared_file", "is_scanned");
+    // Every folder of a share is tied to the shared folder it was reached from.
+    lp_shared->RelateToType(m_data.GetType("shared_file_folder"), Many, Many, false);
     m_saver.m_savedTypes = {"global", "room_autojoin", "in_user_list", "user_list_group", "shared_folder", "unshared",
                             "wish_list_item", "wish_list_item_enabled", "download_entry", "is_scanned"};
     m_saver.AddSavedByConnectionType("shared_public", "shared_folder");
@@ -169,6 +176,36 @@ std::vector<std::string> SavedGraph::SavedSharedFiles() const
         l_files.push_back(std::move(l_text));
     }
     std::sort(l_files.begin(), l_files.end());
+    return l_files;
+}
+
+void SavedGraph::AddScannedFile(std::string const& i_sharedFolder, ScannedFile const& i_file)
+{
+    m_data.GetType("shared_folder")->GetItem(i_sharedFolder)->Connect(m_data.GetType("shared_file_folder")->GetItem(i_file.m_folder));
+    ItemPtr const l_file = m_data.GetType("shared_file")->NewItem();
+    l_file.Connect(m_data.GetType("is_scanned")->GetGlobalNullItem());
+    for (std::size_t l_index = 0; l_index < std::size(s_scannedFileParts); ++l_index)
+        if (!(i_file.*s_scannedFileMembers[l_index]).empty())
+            l_file.Connect(m_data.GetType(s_scannedFileParts[l_index])->GetItem(i_file.*s_scannedFileMembers[l_index]));
+}
+
+std::vector<SavedGraph::ScannedFile> SavedGraph::ScannedFiles() const
+{
+    // The types are looked up once: a large share is read after every run of some tests.
+    Type* lp_scanned = m_data.GetType("is_scanned");
+    Type* lp_parts[std::size(s_scannedFileParts)];
+    for (std::size_t l_index = 0; l_index < std::size(s_scannedFileParts); ++l_index)
+        lp_parts[l_index] = m_data.GetType(s_scannedFileParts[l_index]);
+    std::vector<ScannedFile> l_files;
+    for (Item* lp_file : m_data.GetType("shared_file")->Items())
+    {
+        if (!lp_file->IsConnected(lp_scanned))
+            continue;
+        ScannedFile& l_file = l_files.emplace_back();
+        for (std::size_t l_index = 0; l_index < std::size(s_scannedFileParts); ++l_index)
+            if (Item* lp_part = lp_file->GetItem(lp_parts[l_index]))
+                l_file.*s_scannedFileMembers[l_index] = lp_part->AsString();
+    }
     return l_files;
 }
 

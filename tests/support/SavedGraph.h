@@ -42,6 +42,26 @@ public:
     // Each shared file the data file keeps, as "folder/name", then its bit rate, its rate mode and
     // "is_scanned", each where it has one; sorted.
     std::vector<std::string> SavedSharedFiles() const;
+    // A shared file with its MP3 scan result, every part as the data file keeps it: the file's
+    // folder, name, size, then the scan's MPEG version, channel mode, frequency, rate mode and
+    // bit rate. A part the file lacks is empty.
+    struct ScannedFile
+    {
+        std::string m_folder;
+        std::string m_name;
+        std::string m_size;
+        std::string m_mpegVersion;
+        std::string m_channelMode;
+        std::string m_frequency;
+        std::string m_bitrateMode;
+        std::string m_bitrate;
+        bool operator==(ScannedFile const&) const = default;
+    };
+    // The file's folder is tied to the shared folder, as the client's walk ties it; the shared
+    // folder's access is set apart (ShareFolder).
+    void AddScannedFile(std::string const& i_sharedFolder, ScannedFile const& i_file);
+    // Every scanned file, in no particular order.
+    std::vector<ScannedFile> ScannedFiles() const;
     void Unshare(std::string const& i_user);
     bool IsUnshared(std::string const& i_user) const;
     void AddWishListItem(std::string const& i_search, bool i_enabled);
@@ -67,6 +87,8 @@ public:
 
     bool Save(QString const& i_file) { return m_saver.Save(&m_data, i_file.toLocal8Bit().constData()); }
     void Load(QString const& i_file) { m_saver.Load(&m_data, i_file.toLocal8Bit().constData()); }
+    // Where the last load kept the file it found damaged; empty when it was sound.
+    std::string const& DamagedCopy() const { return m_saver.DamagedCopy(); }
 
 private:
     Data m_data;

@@ -39,7 +39,7 @@ void ChatForm::Detach()
 
 void ChatForm::AddChat(std::string const& i_chat)
 {
-    mp_ui->chatView->append(ChatLine(m_user, i_chat));
+    AppendChatLine(mp_ui->chatView, ChatLine(m_user, i_chat));
     if (eventToolBar)
         eventToolBar->AddEvent(QString::fromUtf8(m_user), QStringLiteral(":/icons/chat_icon"), mp_ui->chatEdit);
 }
@@ -50,12 +50,12 @@ void ChatForm::OnEnter()
     if (l_text.isEmpty())
         return;
     std::string const l_bytes = l_text.toStdString();
-    mp_ui->chatView->append(ChatLine(GetGlobal("username"), l_bytes));
+    AppendChatLine(mp_ui->chatView, ChatLine(GetGlobal("username"), l_bytes));
     // Offline the line would go nowhere; the user is told rather than left to wait for a reply.
     if (gp_server && gp_server->IsConnected())
         gp_server->SendPrivateChat(m_user, l_bytes);
     else
-        mp_ui->chatView->append(StatusLine(QStringLiteral("Not connected: message not sent.")));
+        AppendChatLine(mp_ui->chatView, StatusLine(QStringLiteral("Not connected: message not sent.")));
     mp_ui->chatEdit->clear();
 }
 

@@ -191,21 +191,7 @@ void RoomForm::AddStatusMessage(std::string const& i_text)
 
 void RoomForm::AppendLine(QString const& i_html)
 {
-    QTextBrowser* lp_view = mp_ui->chatView;
-    QString l_html = lp_view->document()->toHtml();
-    if (l_html.size() <= s_maxChatHtml)
-    {
-        lp_view->append(i_html);
-        return;
-    }
-    // Cut at a line end, so that the view starts with a whole line.
-    qsizetype const l_lineEnd = l_html.indexOf(QLatin1Char('\n'), s_chatHtmlCut);
-    l_html.remove(0, l_lineEnd < 0 ? l_html.size() : l_lineEnd + 1);
-    lp_view->setUpdatesEnabled(false);
-    lp_view->clear();
-    lp_view->append(l_html);
-    lp_view->append(i_html);
-    lp_view->setUpdatesEnabled(true);
+    AppendChatLine(mp_ui->chatView, i_html);
 }
 
 void RoomForm::OnDisconnected()

@@ -5,7 +5,7 @@
 namespace
 {
 // A serial far beyond any run's lines is counted as made up rather than stored.
-constexpr std::uint32_t c_maxSerial = 10'000'000;
+constexpr std::uint32_t c_maxSerial = 1'000'000;
 }
 
 void SerialTally::Arrived(std::uint32_t i_serial)

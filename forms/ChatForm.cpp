@@ -40,7 +40,7 @@ void ChatForm::Detach()
 
 void ChatForm::Append(QString const& i_html)
 {
-    mp_ui->chatView->append(PaletteColors::ReadableHtml(i_html, mp_ui->chatView->palette()));
+    AppendChatLine(mp_ui->chatView, PaletteColors::ReadableHtml(i_html, mp_ui->chatView->palette()));
 }
 
 void ChatForm::AddChat(std::string const& i_chat)

@@ -1,5 +1,7 @@
 #include "forms/ChatLine.h"
 
+#include <QTextBrowser>
+
 #include "stream/RichText.h"
 
 namespace
@@ -22,4 +24,22 @@ QString ChatLine(std::string const& i_user, std::string const& i_text)
 QString StatusLine(QString const& i_text)
 {
     return ConvertLinks(QStringLiteral("* <font color=\"green\">") + EscapeHTML(i_text) + QStringLiteral("</font>"));
+}
+
+void AppendChatLine(QTextBrowser* ip_view, QString const& i_html)
+{
+    QString l_html = ip_view->document()->toHtml();
+    if (l_html.size() <= c_maxChatHtml)
+    {
+        ip_view->append(i_html);
+        return;
+    }
+    // Cut at a line end, so that the view starts with a whole line.
+    qsizetype const l_lineEnd = l_html.indexOf(QLatin1Char('\n'), c_chatHtmlCut);
+    l_html.remove(0, l_lineEnd < 0 ? l_html.size() : l_lineEnd + 1);
+    ip_view->setUpdatesEnabled(false);
+    ip_view->clear();
+    ip_view->append(l_html);
+    ip_view->append(i_html);
+    ip_view->setUpdatesEnabled(true);
 }

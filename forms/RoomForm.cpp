@@ -8,8 +8,8 @@
 #include "forms/UserMenuOptions.h"
 #include "server/Server.h"
 #include "shell/ActionSetToolBar.h"
-#include "shell/PaletteColors.h"
 #include "shell/FormHost.h"
+#include "shell/PaletteColors.h"
 #include "shell/SizeManager.h"
 #include "store/Data.h"
 #include "store/PathNode.h"
@@ -192,22 +192,7 @@ void RoomForm::AddStatusMessage(std::string const& i_text)
 
 void RoomForm::AppendLine(QString const& i_line)
 {
-    QTextBrowser* lp_view = mp_ui->chatView;
-    QString const l_line = PaletteColors::ReadableHtml(i_line, lp_view->palette());
-    QString l_html = lp_view->document()->toHtml();
-    if (l_html.size() <= s_maxChatHtml)
-    {
-        lp_view->append(l_line);
-        return;
-    }
-    // Cut at a line end, so that the view starts with a whole line.
-    qsizetype const l_lineEnd = l_html.indexOf(QLatin1Char('\n'), s_chatHtmlCut);
-    l_html.remove(0, l_lineEnd < 0 ? l_html.size() : l_lineEnd + 1);
-    lp_view->setUpdatesEnabled(false);
-    lp_view->clear();
-    lp_view->append(l_html);
-    lp_view->append(l_line);
-    lp_view->setUpdatesEnabled(true);
+    AppendChatLine(mp_ui->chatView, PaletteColors::ReadableHtml(i_line, mp_ui->chatView->palette()));
 }
 
 void RoomForm::OnDisconnected()

@@ -21,10 +21,6 @@ class RoomForm : public QWidget, public DataHandler
 {
     Q_OBJECT
 public:
-    // The view keeps at most this much HTML; past it the oldest part is cut in one go.
-    static constexpr qsizetype s_maxChatHtml = 250000;
-    static constexpr qsizetype s_chatHtmlCut = 50000;
-
     explicit RoomForm(std::string const& i_room, QWidget* ip_parent = nullptr);
     ~RoomForm() override;
 

@@ -492,6 +492,9 @@ std::string MainWindow::DataFileName()
 
 void MainWindow::OnSaveTimer()
 {
+    // Every finished download, connection and changed setting leaves value items nothing holds;
+    // only a sweep takes them, and without one a client that runs for days grows without end.
+    d.RemoveDisconnectedItems();
     dataSaver->SaveInBackground(&d, DataFileName().c_str());
 }
 

@@ -1,24 +1,8 @@
 #include <QApplication>
 
-#include <sys/resource.h>
-
 #include "shell/MainWindow.h"
+#include "shell/OpenFileLimit.h"
 #include "shell/TerminationSignals.h"
-
-namespace
-{
-// Every peer connection is a descriptor; the soft limit is often far below what the system
-// allows this process.
-void RaiseOpenFileLimit()
-{
-    rlimit l_limit{};
-    if (getrlimit(RLIMIT_NOFILE, &l_limit) == 0 && l_limit.rlim_cur < l_limit.rlim_max)
-    {
-        l_limit.rlim_cur = l_limit.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &l_limit);
-    }
-}
-} // namespace
 
 int main(int argc, char* argv[])
 {

@@ -4,8 +4,10 @@
 #include "AppTest.h"
 #include "forms/WelcomeDialog.h"
 #include "shell/ActionSetToolBar.h"
+#include "store/Data.h"
 #include "store/DataSaver.h"
 #include "support/WaitFor.h"
+#include "transfers/TransferQueueManager.h"
 
 using namespace Qt::StringLiterals;
 
@@ -88,6 +90,29 @@ TEST(MainWindow, PeriodicSaveWritesTheDataFile)
     QFile l_timed(l_file);
     ASSERT_TRUE(l_timed.open(QIODevice::ReadOnly));
     EXPECT_TRUE(l_timed.readAll().contains("/tmp/elsewhere"));
+}
+
+TEST(MainWindow, ThePeriodicSaveSweepsWhatNothingHoldsAndKeepsTheRest)
+{
+    MainWindow* lp_window = AppEnvironment::Window();
+    SetGlobal("download_folder", "/tmp/kept");
+    // Each download takes the next number of the order; a removed one leaves its number behind.
+    std::vector<std::string> l_orders;
+    for (char const* lp_name : {"one.bin", "two.bin"})
+    {
+        transferQueueManager->AddDownload("ann", lp_name, "srv\\music", 5);
+        ItemPtr const l_entry = transferQueueManager->GetDownloadEntry("ann", lp_name, "srv\\music");
+        ASSERT_TRUE(l_entry.HasItem("download_order"));
+        l_orders.push_back(l_entry.HasItem("download_order").AsString());
+    }
+    transferQueueManager->RemoveDownload(transferQueueManager->GetDownloadEntry("ann", "one.bin", "srv\\music"));
+
+    lp_window->OnSaveTimer();
+    dataSaver->WaitForBackgroundSave();
+    Type* lp_orders = d.GetType("download_order");
+    EXPECT_EQ(std::pair(bool(lp_orders->HasItem(l_orders[0])), bool(lp_orders->HasItem(l_orders[1]))), std::pair(false, true));
+    EXPECT_EQ(GetGlobal("download_folder"), "/tmp/kept");
+    transferQueueManager->RemoveDownload(transferQueueManager->GetDownloadEntry("ann", "two.bin", "srv\\music"));
 }
 
 TEST(MainWindow, ADamagedDataFileIsKeptAsItWasAndTheUserIsTold)

@@ -1,5 +1,6 @@
 #include "FormsFixture.h"
 #include "forms/ChatForm.h"
+#include "forms/ChatLine.h"
 #include "forms/UserMenuOptions.h"
 #include "shell/DiagnosticsForm.h"
 #include "shell/EventToolBar.h"
@@ -132,4 +133,25 @@ TEST_F(ChatFormTest, MenuOpensTheChatAndLinesTypedOfflineAreNotSent)
     auto* lp_log = qobject_cast<QPlainTextEdit*>(d.GetType("log")->HasItem("server")["log_widget"].AsPointer<QObject>());
     ASSERT_TRUE(lp_log);
     EXPECT_TRUE(lp_log->toPlainText().contains(QStringLiteral("Dropped a private message without a sender name")));
+}
+
+TEST_F(ChatFormTest, AConversationKeepsItsNewestLinesWithinTheBound)
+{
+    ChatForm* lp_form = mp_window->GetChatForm("dee");
+    QTextBrowser* lp_view = View(lp_form);
+    qsizetype l_largest = 0;
+    int l_cuts = 0;
+    // Lines of 2,000 characters: the bound is met after about 120 of them, and again and again.
+    for (int l_line = 0; l_line < 200; ++l_line)
+    {
+        qsizetype const l_before = lp_view->toHtml().size();
+        lp_form->AddChat(std::to_string(l_line) + ' ' + std::string(2000, static_cast<char>('a' + l_line % 26)));
+        l_largest = std::max(l_largest, l_before);
+        l_cuts += lp_view->toHtml().size() < l_before;
+    }
+    EXPECT_GE(l_cuts, 2);
+    EXPECT_LE(l_largest, c_maxChatHtml + 2500);
+    QStringList const l_lines = Lines(lp_form);
+    EXPECT_TRUE(l_lines.back().startsWith(QStringLiteral("[dee] 199 "))) << l_lines.back().left(20).toStdString();
+    EXPECT_TRUE(l_lines.front().startsWith(QStringLiteral("[dee] "))) << l_lines.front().left(20).toStdString();
 }

@@ -1,5 +1,6 @@
 #include "FormsFixture.h"
 #include "forms/QRoomUserListItemWidget.h"
+#include "forms/ChatLine.h"
 #include "forms/RoomForm.h"
 #include "store/DataSaver.h"
 
@@ -172,7 +173,7 @@ TEST_F(RoomsTest, TheChatViewIsCutAtALineEndPastItsBound)
         l_largest = std::max(l_largest, l_before);
     }
     ASSERT_TRUE(l_cut);
-    EXPECT_LE(l_largest, RoomForm::s_maxChatHtml + 1200);
+    EXPECT_LE(l_largest, c_maxChatHtml + 1200);
     QStringList const l_lines = lp_view->toPlainText().split(QLatin1Char('\n'));
     EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\[u\\d+\\] (.)\\1{999}$")).match(l_lines.front()).hasMatch())
         << l_lines.front().left(20).toStdString();

@@ -167,30 +167,30 @@ void DesktopIntegration::OnPrivateChat(std::string const& i_user, std::string co
 
 void DesktopIntegration::OnDownloadFinished(ItemPtr i_download)
 {
-    QString const l_what = QStringLiteral("Download of %1 finished").arg(QString::fromStdString(i_download["file_name"].AsString()));
-    if (GetGlobal(s_notifyDownloads) != "yes")
-        return LogDecision(l_what, "not shown, switched off");
-    if (InView(mp_window->Transfers()))
-        return LogDecision(l_what, "not shown, the transfers are in view");
-    LogDecision(l_what, "shown");
-    mp_notifier->Notify(QStringLiteral("Download finished"),
-                        QStringLiteral("%1 from %2").arg(NotificationText(i_download["file_name"].AsString()),
-                                                         NotificationText(i_download["user"].AsString())),
-                        g_downloadsTarget);
+    QString const l_file = QString::fromStdString(i_download["file_name"].AsString());
+    TellOfTransfer(s_notifyDownloads, QStringLiteral("Download"), l_file, QStringLiteral("from"), i_download["user"].AsString(),
+                   g_downloadsTarget);
 }
 
 void DesktopIntegration::OnUploadFinished(ItemPtr i_upload)
 {
-    QString const l_what = QStringLiteral("Upload of %1 finished").arg(FileNameOf(i_upload["filename_as_requested"].AsString()));
-    if (GetGlobal(s_notifyUploads) != "yes")
+    QString const l_file = FileNameOf(i_upload["filename_as_requested"].AsString());
+    TellOfTransfer(s_notifyUploads, QStringLiteral("Upload"), l_file, QStringLiteral("to"), i_upload["user"].AsString(),
+                   g_uploadsTarget);
+}
+
+void DesktopIntegration::TellOfTransfer(char const* i_switch, QString const& i_kind, QString const& i_file,
+                                        QString const& i_direction, std::string const& i_user, QString const& i_target)
+{
+    QString const l_what = QStringLiteral("%1 of %2 finished").arg(i_kind, i_file);
+    if (GetGlobal(i_switch) != "yes")
         return LogDecision(l_what, "not shown, switched off");
     if (InView(mp_window->Transfers()))
         return LogDecision(l_what, "not shown, the transfers are in view");
     LogDecision(l_what, "shown");
-    mp_notifier->Notify(QStringLiteral("Upload finished"),
-                        QStringLiteral("%1 to %2").arg(FileNameOf(i_upload["filename_as_requested"].AsString()).toHtmlEscaped(),
-                                                       NotificationText(i_upload["user"].AsString())),
-                        g_uploadsTarget);
+    mp_notifier->Notify(QStringLiteral("%1 finished").arg(i_kind),
+                        QStringLiteral("%1 %2 %3").arg(NotificationText(i_file.toStdString()), i_direction, NotificationText(i_user)),
+                        i_target);
 }
 
 void DesktopIntegration::OnNotificationActivated(QString const& i_target)

@@ -48,6 +48,9 @@ private:
     void SetUpShortcuts();
     // Whether the user is looking at i_widget now: the window active and the widget shown.
     bool InView(QWidget* ip_widget) const;
+    // A finished transfer of i_kind ("Download", "Upload"), told unless switched off or in view.
+    void TellOfTransfer(char const* i_switch, QString const& i_kind, QString const& i_file, QString const& i_direction,
+                        std::string const& i_user, QString const& i_target);
     void BringUp();
 
     MainWindow* mp_window;

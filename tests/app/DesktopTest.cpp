@@ -3,7 +3,10 @@
 #include "AppTest.h"
 #include "forms/SearchForm.h"
 #include "shell/DesktopIntegration.h"
+#include "shell/DiagnosticsForm.h"
 #include "shell/TrayIcon.h"
+#include "store/Data.h"
+#include "transfers/TransferQueueManager.h"
 
 using namespace Qt::StringLiterals;
 
@@ -101,4 +104,36 @@ TEST(Desktop, TheTrayFollowsTheConnectionAndUnseenChats)
     emit gp_server->Disconnected();
     EXPECT_TRUE(l_action(u"Connect"_s)->isEnabled());
     EXPECT_FALSE(l_action(u"Disconnect"_s)->isEnabled());
+}
+
+namespace
+{
+// The newest line of the Diagnostics page "Notifications".
+QString LastDecision()
+{
+    diagnosticsForm->FlushPendingLines();
+    auto* lp_view = qobject_cast<QPlainTextEdit*>(d.GetType("log")->HasItem("Notifications")["log_widget"].AsPointer<QObject>());
+    return lp_view ? lp_view->toPlainText().split(QLatin1Char('\n')).last().section(QLatin1String("] "), 1) : QString();
+}
+} // namespace
+
+TEST(Desktop, FinishedTransfersAreToldUnlessSwitchedOffOrInView)
+{
+    MainWindow* lp_window = ActiveWindow();
+    Ui::MainWindow* lp_ui = lp_window->Widgets();
+    transferQueueManager->AddDownload("ann", "tide song.mp3", "music", 5);
+    ItemPtr const l_download = transferQueueManager->GetDownloadEntry("ann", "tide song.mp3", "music");
+    ASSERT_TRUE(l_download);
+
+    lp_ui->mainTabWidget->setCurrentWidget(lp_ui->roomsTab);
+    emit transferQueueManager->DownloadFinished(l_download);
+    EXPECT_EQ(LastDecision(), u"Download of tide song.mp3 finished: shown"_s);
+    lp_ui->notifyDownloadCheckBox->setChecked(false);
+    emit transferQueueManager->DownloadFinished(l_download);
+    EXPECT_EQ(LastDecision(), u"Download of tide song.mp3 finished: not shown, switched off"_s);
+    lp_ui->notifyDownloadCheckBox->setChecked(true);
+    lp_ui->mainTabWidget->setCurrentWidget(lp_ui->transfersTab);
+    emit transferQueueManager->DownloadFinished(l_download);
+    EXPECT_EQ(LastDecision(), u"Download of tide song.mp3 finished: not shown, the transfers are in view"_s);
+    transferQueueManager->RemoveDownload(l_download);
 }

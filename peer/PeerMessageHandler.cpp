@@ -155,9 +155,13 @@ void PeerMessageHandler::InflateThen(QTcpSocket* ip_socket, std::string const& i
         InflateResult const l_result =
             Inflate(lp_compressed->constData(), static_cast<std::size_t>(lp_compressed->size()), *lp_body);
         lp_compressed.reset();
-        QMetaObject::invokeMethod(QCoreApplication::instance(), [=, l_reader = std::move(l_reader)]() {
+        // What the call holds is taken out on the window's thread, whichever thread drops the
+        // call's last reference.
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [=, l_reader = std::move(l_reader)]() mutable {
+            BodyReader const l_read = std::move(l_reader);
+            std::shared_ptr<MemStream> const lp_read = std::move(lp_body);
             if (lp_messenger)
-                lp_messenger->mp_handler->Inflated(lp_socket, i_user, i_code, l_result, *lp_body, l_reader);
+                lp_messenger->mp_handler->Inflated(lp_socket, i_user, i_code, l_result, *lp_read, l_read);
         }, Qt::QueuedConnection);
     });
 }

@@ -22,10 +22,7 @@ constexpr int c_maxIndentLevels = 32;
 // reading the log does not notice the delay.
 constexpr int c_flushIntervalMs = 100;
 
-// Many lines carry a peer's words, and a peer may send as many as it likes: each page keeps its
-// newest lines only, and a line is cut, so that the log's memory stays bounded (about 20,000
-// lines of at most 1,000 characters a page) however long the client runs.
-constexpr int c_maxLinesPerArea = 20000;
+// A line of a peer's long words is cut, so that a page's lines stay small too.
 constexpr qsizetype c_maxLineLength = 1000;
 } // namespace
 
@@ -98,7 +95,7 @@ void DiagnosticsForm::Log(QString const& i_area, int i_level, QString const& i_t
     QPlainTextEdit* lp_view = AreaView(i_area);
     QStringList& l_pending = m_pendingLines[lp_view];
     // Lines of one burst beyond what the page keeps would only be dropped by it.
-    if (l_pending.size() >= c_maxLinesPerArea)
+    if (l_pending.size() >= s_maxLinesPerPage)
         l_pending.removeFirst();
     QString l_line = QLatin1Char('[') + TimeStamp() + QLatin1String("] ")
                    + QString(3 * qBound(0, i_level - 1, c_maxIndentLevels), QLatin1Char(' '));
@@ -121,7 +118,7 @@ QPlainTextEdit* DiagnosticsForm::AreaView(QString const& i_area)
     lp_view->setReadOnly(true);
     // The log only grows; an undo history of it would double its memory.
     lp_view->setUndoRedoEnabled(false);
-    lp_view->setMaximumBlockCount(c_maxLinesPerArea);
+    lp_view->setMaximumBlockCount(s_maxLinesPerPage);
     mp_ui->logTabWidget->addTab(lp_view, i_area);
     l_log += d.GetType("log_widget")->GetItem(Value(static_cast<QObject*>(lp_view)));
     return lp_view;

@@ -23,6 +23,12 @@ class DiagnosticsForm : public QWidget, public DataHandler
 {
     Q_OBJECT
 public:
+    // Many lines carry a peer's words, and a peer may send as many as it likes: each page keeps
+    // its newest lines only, so that the log's memory stays bounded however long the client
+    // runs. A line costs about 700 bytes in the page's document, so a busy page holds about
+    // 1.5 MB; 2,000 lines are still dozens of screens to scroll back through.
+    static constexpr int s_maxLinesPerPage = 2000;
+
     explicit DiagnosticsForm(QWidget* ip_parent = nullptr);
     ~DiagnosticsForm() override;
 

@@ -3,6 +3,8 @@
 
 #include <QThread>
 
+#include <vector>
+
 #include "HostileClient.h"
 #include "dnet/DNetLimits.h"
 #include "support/WaitFor.h"
@@ -46,5 +48,26 @@ TEST(HostilePeers, AParentFloodsItsChildWithSearches)
         EXPECT_TRUE(lp_child->IsOpen());
     });
     EXPECT_TRUE(l_client.WaitForLog(0, "distributed messages were dropped"));
+    EXPECT_TRUE(l_client.Stop()) << l_client.Client().Output().right(4000).toStdString();
+}
+
+// A hundred users ask to be children in the search tree: the client takes its bound of
+// children and closes the rest.
+TEST(HostilePeers, AHundredWouldBeChildren)
+{
+    HostileClient l_client;
+    ASSERT_TRUE(l_client.Start()) << l_client.Client().Output().toStdString();
+    std::vector<std::unique_ptr<PeerLink>> l_children;
+    l_client.Attack("a hundred tree children", 0, "64 children already; refusing the one from child", [&] {
+        for (int l_n = 0; l_n < 100; ++l_n)
+            l_children.push_back(l_client.Dial("child" + QByteArray::number(l_n), "D"));
+        int l_open = 0;
+        EXPECT_TRUE(WaitFor([&] {
+            l_open = 0;
+            for (std::unique_ptr<PeerLink> const& lp_link : l_children)
+                l_open += lp_link->IsOpen() ? 1 : 0;
+            return l_open == static_cast<int>(DNetLimits::s_maxChildren);
+        }, 20000)) << l_open;
+    });
     EXPECT_TRUE(l_client.Stop()) << l_client.Client().Output().right(4000).toStdString();
 }

@@ -3,7 +3,10 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QPlainTextEdit>
+#include <QTextCursor>
 #include <QTreeWidgetItem>
+
+#include <algorithm>
 
 #include "shell/ItemRow.h"
 #include "store/Data.h"
@@ -94,7 +97,7 @@ void DiagnosticsForm::Log(QString const& i_area, int i_level, QString const& i_t
 {
     QPlainTextEdit* lp_view = AreaView(i_area);
     QStringList& l_pending = m_pendingLines[lp_view];
-    // Lines of one burst beyond what the page keeps would only be dropped by it.
+    // Lines of one burst beyond what a page keeps would only be dropped by it.
     if (l_pending.size() >= s_maxLinesPerPage)
         l_pending.removeFirst();
     QString l_line = QLatin1Char('[') + TimeStamp() + QLatin1String("] ")
@@ -120,6 +123,7 @@ QPlainTextEdit* DiagnosticsForm::AreaView(QString const& i_area)
     lp_view->setUndoRedoEnabled(false);
     lp_view->setMaximumBlockCount(s_maxLinesPerPage);
     mp_ui->logTabWidget->addTab(lp_view, i_area);
+    m_pages.push_back(lp_view);
     l_log += d.GetType("log_widget")->GetItem(Value(static_cast<QObject*>(lp_view)));
     return lp_view;
 }
@@ -141,6 +145,43 @@ void DiagnosticsForm::FlushPendingLines()
     QHash<QPlainTextEdit*, QStringList> const l_pending = std::exchange(m_pendingLines, {});
     for (auto l_it = l_pending.cbegin(); l_it != l_pending.cend(); ++l_it)
         l_it.key()->appendPlainText(l_it.value().join(QLatin1Char('\n')));
+    KeepWithinTotal();
+}
+
+void DiagnosticsForm::KeepWithinTotal()
+{
+    std::vector<int> l_counts;
+    int l_total = 0;
+    for (QPlainTextEdit* lp_page : m_pages)
+    {
+        l_counts.push_back(lp_page->blockCount());
+        l_total += l_counts.back();
+    }
+    if (l_total <= s_maxLinesInAll)
+        return;
+    // The highest level the fullest pages can be cut to with all pages within the total: the
+    // pages below it keep every line, those above lose their oldest lines down to it.
+    std::sort(l_counts.rbegin(), l_counts.rend());
+    int l_level = 0, l_rest = l_total;
+    for (std::size_t l_cut = 1; l_cut <= l_counts.size(); ++l_cut)
+    {
+        l_rest -= l_counts[l_cut - 1];
+        int const l_next = l_cut < l_counts.size() ? l_counts[l_cut] : 0;
+        if (l_rest <= s_maxLinesInAll && (s_maxLinesInAll - l_rest) / static_cast<int>(l_cut) >= l_next)
+        {
+            l_level = std::max(1, (s_maxLinesInAll - l_rest) / static_cast<int>(l_cut));
+            break;
+        }
+    }
+    for (QPlainTextEdit* lp_page : m_pages)
+    {
+        if (lp_page->blockCount() <= l_level)
+            continue;
+        QTextCursor l_cursor(lp_page->document());
+        l_cursor.movePosition(QTextCursor::Start);
+        l_cursor.movePosition(QTextCursor::NextBlock, QTextCursor::KeepAnchor, lp_page->blockCount() - l_level);
+        l_cursor.removeSelectedText();
+    }
 }
 
 void DiagnosticsForm::OnUserTracked(Item* ip_user)

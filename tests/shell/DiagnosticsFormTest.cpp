@@ -48,22 +48,51 @@ TEST(DiagnosticsFormTest, OneTabPerAreaInOrderOfFirstUseWithStampedLinesIndented
     }
 }
 
-// A flood of lines, as a peer can cause, leaves a page its newest ones, and a line of a
-// peer's long words is cut.
-TEST(DiagnosticsFormTest, APageKeepsItsNewestLinesAndCutsLongOnes)
+int TotalLines()
 {
-    constexpr int c_max = DiagnosticsForm::s_maxLinesPerPage;
-    for (int l_n = 0; l_n < c_max + 3; ++l_n)
+    int l_total = 0;
+    for (Item* lp_log : d.GetType("log")->Items())
+        l_total += Lines(ItemPtr(lp_log).AsString().c_str()).size();
+    return l_total;
+}
+
+// A flood of lines, as a peer can cause, leaves a page its newest ones; past the bound of all
+// pages together the fullest pages lose their oldest lines while quiet ones keep theirs; and a
+// line of a peer's long words is cut.
+TEST(DiagnosticsFormTest, PagesKeepTheirNewestLinesWithinBoundsAndCutLongOnes)
+{
+    constexpr int c_page = DiagnosticsForm::s_maxLinesPerPage, c_all = DiagnosticsForm::s_maxLinesInAll;
+    for (char const* lp_text : {"q1", "q2", "q3"})
+        Log(S("Quiet"), 1, S(lp_text));
+    for (int l_n = 0; l_n < c_page + 3; ++l_n)
         Log(S("Flood"), 1, QString::number(l_n));
     QStringList l_lines = Lines("Flood");
-    ASSERT_EQ(l_lines.size(), c_max);
+    ASSERT_EQ(l_lines.size(), c_page);
     EXPECT_TRUE(l_lines.first().endsWith(S("] 3")));
-    EXPECT_TRUE(l_lines.last().endsWith(QLatin1String("] ") + QString::number(c_max + 2)));
+    EXPECT_TRUE(l_lines.last().endsWith(QLatin1String("] ") + QString::number(c_page + 2)));
     // Across flushes the page drops its oldest lines as new ones come.
     Log(S("Flood"), 1, S("later"));
     l_lines = Lines("Flood");
-    EXPECT_EQ(l_lines.size(), c_max);
+    EXPECT_EQ(l_lines.size(), c_page);
     EXPECT_TRUE(l_lines.first().endsWith(S("] 4")));
+
+    // A second busy page takes its lines from the fullest one only.
+    int const l_busy = c_all - c_page + 500;
+    for (int l_n = 0; l_n < l_busy; ++l_n)
+        Log(S("Busy"), 1, QString::number(l_n));
+    EXPECT_EQ(Lines("Busy").size(), l_busy);
+    EXPECT_EQ(TotalLines(), c_all);
+    EXPECT_LT(Lines("Flood").size(), c_page);
+    EXPECT_TRUE(Lines("Flood").last().endsWith(S("] later")));
+    // Both full, they share what the quiet pages leave.
+    for (int l_n = 0; l_n < c_page; ++l_n)
+        Log(S("Busy"), 1, S("again ") + QString::number(l_n));
+    EXPECT_LE(std::abs(Lines("Busy").size() - Lines("Flood").size()), 1);
+    EXPECT_GE(TotalLines(), c_all - 1);
+    EXPECT_LE(TotalLines(), c_all);
+    EXPECT_TRUE(Lines("Busy").last().endsWith(QLatin1String("] again ") + QString::number(c_page - 1)));
+    EXPECT_EQ(Lines("Quiet").size(), 3);
+    EXPECT_TRUE(Lines("Quiet").first().endsWith(S("] q1")));
 
     Log(S("Long"), 1, QString(5000, QLatin1Char('x')));
     QString const l_line = Lines("Long").value(0);

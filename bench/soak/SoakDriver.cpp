@@ -6,6 +6,8 @@
 #include <QTextEdit>
 #include <QTextStream>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <vector>
@@ -39,7 +41,15 @@ QString Holdings()
         l_logLines += lp_view->blockCount();
     for (QTextEdit* lp_view : mainWindow->findChildren<QTextEdit*>())
         l_chatBlocks += lp_view->document()->blockCount();
-    return QStringLiteral("items=%1 log_lines=%2 chat_blocks=%3").arg(l_items).arg(l_logLines).arg(l_chatBlocks);
+    // The allocator's view beside the resident figure: memory in use that grows is held by
+    // something; free memory that grows is the heap's fragmentation.
+    struct mallinfo2 const l_heap = mallinfo2();
+    return QStringLiteral("items=%1 log_lines=%2 chat_blocks=%3 heap_used_kib=%4 heap_free_kib=%5")
+        .arg(l_items)
+        .arg(l_logLines)
+        .arg(l_chatBlocks)
+        .arg((l_heap.uordblks + l_heap.hblkhd) / 1024)
+        .arg(l_heap.fordblks / 1024);
 }
 
 // The item types with the most items, and the Diagnostics log's pages with their lines: where to

@@ -38,6 +38,7 @@
 #include "shell/DiagnosticsForm.h"
 #include "shell/EventToolBar.h"
 #include "shell/FocusWidget.h"
+#include "shell/HeapTrim.h"
 #include "shell/InformationBox.h"
 #include "shell/ShowState.h"
 #include "shell/SizeManager.h"
@@ -495,6 +496,8 @@ void MainWindow::OnSaveTimer()
     // Every finished download, connection and changed setting leaves value items nothing holds;
     // only a sweep takes them, and without one a client that runs for days grows without end.
     d.RemoveDisconnectedItems();
+    // What the sweep, the last save's file and the period's transfers left free goes back now.
+    ReturnFreeHeapToSystem();
     dataSaver->SaveInBackground(&d, DataFileName().c_str());
 }
 

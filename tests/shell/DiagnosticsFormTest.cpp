@@ -12,6 +12,15 @@ QStringList Lines(char const* i_area)
     return lp_view ? lp_view->toPlainText().split(QLatin1Char('\n')) : QStringList();
 }
 
+// The lines of every page together.
+int TotalLines()
+{
+    int l_total = 0;
+    for (Item* lp_log : d.GetType("log")->Items())
+        l_total += Lines(ItemPtr(lp_log).AsString().c_str()).size();
+    return l_total;
+}
+
 // The tracked users as the tree shows them, in its order.
 QString TrackedRows()
 {
@@ -46,14 +55,6 @@ TEST(DiagnosticsFormTest, OneTabPerAreaInOrderOfFirstUseWithStampedLinesIndented
         EXPECT_EQ(l_parts.value(1), QString(l_levelsAndIndents[l_n].second, QLatin1Char(' ')) + S("text"))
             << "level " << l_levelsAndIndents[l_n].first;
     }
-}
-
-int TotalLines()
-{
-    int l_total = 0;
-    for (Item* lp_log : d.GetType("log")->Items())
-        l_total += Lines(ItemPtr(lp_log).AsString().c_str()).size();
-    return l_total;
 }
 
 // A flood of lines, as a peer can cause, leaves a page its newest ones; past the bound of all

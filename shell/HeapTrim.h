@@ -4,3 +4,10 @@
 // of their own, which take arenas of their own in the C library's allocator; what their buffers
 // leave free there stays resident until this asks for it.
 void ReturnFreeHeapToSystem();
+
+// Keeps every large block (a chat view's HTML, a compressed share list, a big message body) in
+// a mapping of its own, given back to the system when freed. By default the C library raises
+// that threshold to the largest block freed so far; from then on such blocks come from the heap,
+// and the small long-lived ones allocated between them leave it fragmented for as long as the
+// client runs. Called once, first thing in main.
+void KeepLargeBlocksOutOfHeap();

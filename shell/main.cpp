@@ -1,11 +1,13 @@
 #include <QApplication>
 
+#include "shell/HeapTrim.h"
 #include "shell/MainWindow.h"
 #include "shell/OpenFileLimit.h"
 #include "shell/TerminationSignals.h"
 
 int main(int argc, char* argv[])
 {
+    KeepLargeBlocksOutOfHeap();
     RaiseOpenFileLimit();
     QApplication l_application(argc, argv);
     TerminationSignals l_signals;

@@ -4,6 +4,7 @@
 #include <QFile>
 
 #include "SoakDriver.h"
+#include "shell/HeapTrim.h"
 #include "shell/MainWindow.h"
 #include "shell/OpenFileLimit.h"
 #include "shell/TerminationSignals.h"
@@ -30,6 +31,7 @@ bool Seed(SoakPlan const& i_plan, QString const& i_share)
 
 int main(int argc, char* argv[])
 {
+    KeepLargeBlocksOutOfHeap();
     RaiseOpenFileLimit();
     QApplication l_application(argc, argv);
     QCommandLineParser l_parser;

@@ -1,6 +1,8 @@
 #include "shell/HeapTrim.h"
 
-#if defined(__GLIBC__)
+// A C library header must come before the checks below: only it defines __GLIBC__, and without
+// it both calls would vanish without a word.
+#if __has_include(<malloc.h>)
 #include <malloc.h>
 #endif
 

@@ -167,6 +167,9 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_userListForm->Init();
 
     connect(timerManager->SaveTimer(), &QTimer::timeout, this, &MainWindow::OnSaveTimer);
+    // Between saves too: half a minute of transfers and chat leaves freed pages behind, which the
+    // allocator would otherwise keep resident until the next save.
+    connect(timerManager->HalfMinuteTimer(), &QTimer::timeout, this, &ReturnFreeHeapToSystem);
 }
 
 void MainWindow::resizeEvent(QResizeEvent* ip_event)

@@ -1,8 +1,8 @@
 #pragma once
 
-// Gives the whole pages the allocator holds free back to the system. Transfers run on threads
-// of their own, which take arenas of their own in the C library's allocator; what their buffers
-// leave free there stays resident until this asks for it.
+// Gives the whole pages the allocator holds free back to the system. Lines, transfers and
+// messages come and go all day; the pages their blocks leave free inside the heap stay resident
+// until this asks for them.
 void ReturnFreeHeapToSystem();
 
 // Keeps every large block (a chat view's HTML, a compressed share list, a big message body) in

@@ -167,8 +167,8 @@ MainWindow::MainWindow(QWidget* ip_parent) : QMainWindow(ip_parent), mp_ui(std::
     mp_userListForm->Init();
 
     connect(timerManager->SaveTimer(), &QTimer::timeout, this, &MainWindow::OnSaveTimer);
-    // Between saves too: half a minute of transfers and chat leaves freed pages behind, which the
-    // allocator would otherwise keep resident until the next save.
+    // Half a minute of transfers, chat and sweeps leaves freed pages behind, which the allocator
+    // would otherwise keep resident.
     connect(timerManager->HalfMinuteTimer(), &QTimer::timeout, this, &ReturnFreeHeapToSystem);
 }
 
@@ -499,8 +499,6 @@ void MainWindow::OnSaveTimer()
     // Every finished download, connection and changed setting leaves value items nothing holds;
     // only a sweep takes them, and without one a client that runs for days grows without end.
     d.RemoveDisconnectedItems();
-    // What the sweep, the last save's file and the period's transfers left free goes back now.
-    ReturnFreeHeapToSystem();
     dataSaver->SaveInBackground(&d, DataFileName().c_str());
 }
 

@@ -23,6 +23,7 @@ namespace
 {
 constexpr int c_tickMs = 100;
 constexpr qint64 c_progressEveryMs = 5000;
+constexpr qint64 c_heapReportEveryMs = 5 * 60 * 1000;
 // The queue's last files and the peer's last lines get this long after the load ends.
 constexpr qint64 c_drainMs = 15 * 60 * 1000;
 constexpr qint64 c_settleMs = 2 * 60 * 1000;
@@ -111,6 +112,10 @@ void SoakDriver::OnTick()
     Tick();
     if (m_clock.elapsed() - m_lastProgressMs >= c_progressEveryMs)
     {
+        // Every five minutes, the allocator's own account arena by arena: which arenas hold the
+        // free memory that the progress line sums up.
+        if (m_clock.elapsed() / c_heapReportEveryMs != m_lastProgressMs / c_heapReportEveryMs)
+            WriteHeapReport();
         m_lastProgressMs = m_clock.elapsed();
         WriteProgress();
     }
@@ -225,13 +230,15 @@ void SoakDriver::WriteProgress() const
                                  .arg(m_chat.SentPrivate() + m_chat.SentRoom())
                                  .arg(m_chat.Received())
                                  .arg(Holdings()));
-    // Every five minutes, the allocator's own account arena by arena: which arenas hold the
-    // free memory that the progress line sums up.
-    qint64 const l_minutes = m_clock.elapsed() / 60000;
-    if (m_clock.elapsed() % (5 * 60000) < c_progressEveryMs)
-        if (FILE* lp_file = std::fopen(qPrintable(Meeting("heap", m_plan.m_self) + QStringLiteral("-%1.xml").arg(l_minutes, 3, 10, QLatin1Char('0'))), "w"))
-        {
-            malloc_info(0, lp_file);
-            std::fclose(lp_file);
-        }
+}
+
+void SoakDriver::WriteHeapReport() const
+{
+    QString const l_name = Meeting("heap", m_plan.m_self) +
+                           QStringLiteral("-%1.xml").arg(m_clock.elapsed() / 60000, 3, 10, QLatin1Char('0'));
+    if (FILE* lp_file = std::fopen(qPrintable(l_name), "w"))
+    {
+        malloc_info(0, lp_file);
+        std::fclose(lp_file);
+    }
 }

@@ -47,6 +47,7 @@ private:
     void WriteMeeting(char const* i_what, QString const& i_text) const;
     void Tick();
     void WriteProgress() const;
+    void WriteHeapReport() const;
     void Finish();
     void Enter(Phase i_phase);
 
